@@ -1,11 +1,70 @@
+// velomar-cli: Velomar's engine without a window.
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/options.h"
+
+namespace {
+
+const cli::Command* const kCommands[] = {
+    &cli::kInfoCommand,
+    &cli::kSequenceCommand,
+    &cli::kConvertCommand,
+    &cli::kDemoShotCommand,
+};
+
+void PrintToolHelp(FILE* out) {
+  std::fprintf(out,
+               "usage: velomar-cli <command> [options] [arguments]\n"
+               "\n"
+               "Velomar's motion tracking engine without a window.\n"
+               "\n"
+               "Commands:\n");
+  for (const auto* c : kCommands) std::fprintf(out, "  %-10s %s\n", c->name, c->summary);
+  std::fprintf(out,
+               "\n"
+               "velomar-cli <command> --help tells more. Failures exit with status 1 and\n"
+               "a report on standard error; usage mistakes exit with status 2.\n");
+}
+
+bool WantsHelp(const std::vector<std::string>& args) {
+  for (const auto& a : args)
+    if (a == "--help" || a == "-h") return true;
+  return false;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || std::strcmp(argv[1], "--help") == 0) {
-    std::puts("usage: velomar-cli <command> [options]");
-    return argc < 2 ? 1 : 0;
+  if (argc < 2) {
+    PrintToolHelp(stderr);
+    return 2;
   }
-  std::fprintf(stderr, "velomar-cli: unknown command '%s'\n", argv[1]);
-  return 1;
+  const std::string word = argv[1];
+  if (word == "--help" || word == "-h" || word == "help") {
+    PrintToolHelp(stdout);
+    return 0;
+  }
+  std::vector<std::string> args(argv + 2, argv + argc);
+  for (const auto* c : kCommands) {
+    if (word != c->name) continue;
+    if (WantsHelp(args)) {
+      std::fputs(c->help, stdout);
+      return 0;
+    }
+    try {
+      return c->run(args);
+    } catch (const cli::UsageError& e) {
+      std::fprintf(stderr, "velomar-cli %s: %s\n", c->name, e.what());
+      const char* end = std::strchr(c->help, '\n');
+      std::fprintf(stderr, "%.*s\n", int(end ? end - c->help : std::strlen(c->help)), c->help);
+      return 2;
+    }
+  }
+  std::fprintf(stderr, "velomar-cli: unknown command '%s'\n\n", word.c_str());
+  PrintToolHelp(stderr);
+  return 2;
 }

@@ -1,0 +1,27 @@
+// The commands of velomar-cli. Each takes its arguments after the command
+// word and returns the exit status: 0 success, 1 failure (reported), 2 usage.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+struct Command {
+  const char* name;
+  const char* summary;
+  const char* help;  // full help text, usage line first
+  int (*run)(const std::vector<std::string>& args);
+};
+
+int RunInfo(const std::vector<std::string>& args);
+int RunSequence(const std::vector<std::string>& args);
+int RunConvert(const std::vector<std::string>& args);
+int RunDemoShot(const std::vector<std::string>& args);
+
+extern const Command kInfoCommand;
+extern const Command kSequenceCommand;
+extern const Command kConvertCommand;
+extern const Command kDemoShotCommand;
+
+}  // namespace cli

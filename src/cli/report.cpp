@@ -1,0 +1,36 @@
+#include "cli/report.h"
+
+#include <cstdio>
+
+#include "cli/json.h"
+#include "imaging/io_types.h"
+
+namespace cli {
+
+std::string ReportText(const std::string& operation, const std::string& text) {
+  std::string out = "Error while " + operation + ":\n" + text;
+  if (out.back() != '\n') out += '.';
+  return out;
+}
+
+std::string FailureText(const std::exception& e) {
+  std::string text = e.what();
+  if (const auto* io = dynamic_cast<const img::io_error*>(&e)) {
+    if (!io->file().empty() && text.find(io->file()) == std::string::npos)
+      text += ": " + io->file();
+  }
+  return text;
+}
+
+int ReportFailure(const std::string& operation, const std::exception& e, bool json) {
+  const std::string text = FailureText(e);
+  std::fprintf(stderr, "%s\n", ReportText(operation, text).c_str());
+  if (json) {
+    Json j;
+    j.begin_object().key("error").value(text).end_object();
+    std::printf("%s\n", j.str().c_str());
+  }
+  return 1;
+}
+
+}  // namespace cli

@@ -1,0 +1,21 @@
+// How velomar-cli reports a failure: the program's report form on standard
+// error, and with --json an {"error": ...} object on standard output.
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace cli {
+
+// "Error while <operation>:\n<text>", with a final "." unless the text ends
+// in a line feed.
+std::string ReportText(const std::string& operation, const std::string& text);
+
+// The text of a failure, naming the file where the exception knows it and
+// its message does not already.
+std::string FailureText(const std::exception& e);
+
+// Prints the failure and returns the exit status 1.
+int ReportFailure(const std::string& operation, const std::exception& e, bool json);
+
+}  // namespace cli
