@@ -1,5 +1,5 @@
 // The commands of velomar-cli. Each takes its arguments after the command
-// word and returns the exit status: 0 success, 1 failure (reported), 2 usage.
+// word and returns the exit status: 0 success, 1 failure (reported).
 #pragma once
 
 #include <string>

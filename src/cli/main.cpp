@@ -26,8 +26,8 @@ void PrintToolHelp(FILE* out) {
   for (const auto* c : kCommands) std::fprintf(out, "  %-10s %s\n", c->name, c->summary);
   std::fprintf(out,
                "\n"
-               "velomar-cli <command> --help tells more. Failures exit with status 1 and\n"
-               "a report on standard error; usage mistakes exit with status 2.\n");
+               "velomar-cli <command> --help tells more. Any failure, a usage mistake\n"
+               "included, exits with status 1 and a report on standard error.\n");
 }
 
 bool WantsHelp(const std::vector<std::string>& args) {
@@ -41,7 +41,7 @@ bool WantsHelp(const std::vector<std::string>& args) {
 int main(int argc, char** argv) {
   if (argc < 2) {
     PrintToolHelp(stderr);
-    return 2;
+    return 1;
   }
   const std::string word = argv[1];
   if (word == "--help" || word == "-h" || word == "help") {
@@ -61,10 +61,14 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "velomar-cli %s: %s\n", c->name, e.what());
       const char* end = std::strchr(c->help, '\n');
       std::fprintf(stderr, "%.*s\n", int(end ? end - c->help : std::strlen(c->help)), c->help);
-      return 2;
+      return 1;
+    } catch (const std::exception& e) {
+      // Commands report their own failures; this is the last line of defence.
+      std::fprintf(stderr, "Error while performing general operation:\n%s.\n", e.what());
+      return 1;
     }
   }
   std::fprintf(stderr, "velomar-cli: unknown command '%s'\n\n", word.c_str());
   PrintToolHelp(stderr);
-  return 2;
+  return 1;
 }

@@ -9,7 +9,7 @@
 
 namespace cli {
 
-// A usage mistake: reported with the command's usage line, exit status 2.
+// A usage mistake: reported with the command's usage line, exit status 1.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
