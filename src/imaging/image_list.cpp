@@ -110,10 +110,7 @@ void expand_numbered_name(const std::string& name,
   for (const auto& bare : hits) frames.push_back(directory + bare);
 }
 
-void read_ais_list(const std::string& name, std::vector<std::string>& frames, frame_size& size) {
-  std::ifstream in(name);
-  if (!in) could_not_read(name);
-
+std::vector<std::string> parse_ais_list(std::istream& in) {
   std::vector<std::string> lines;
   std::string line;
   while (std::getline(in, line)) {
@@ -125,6 +122,13 @@ void read_ais_list(const std::string& name, std::vector<std::string>& frames, fr
     if (line.empty()) continue;
     lines.push_back(std::move(line));
   }
+  return lines;
+}
+
+void read_ais_list(const std::string& name, std::vector<std::string>& frames, frame_size& size) {
+  std::ifstream in(name);
+  if (!in) could_not_read(name);
+  const std::vector<std::string> lines = parse_ais_list(in);
   if (lines.empty()) throw std::runtime_error("no images in sequence");
 
   frames.clear();

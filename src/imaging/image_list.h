@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <istream>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ void read_image_list(const std::string& name, std::vector<std::string>& frames, 
 // stripped; empty lines dropped. Relative names resolve against the current
 // working directory, not the list's folder: lists made by other tools rely on it.
 void read_ais_list(const std::string& name, std::vector<std::string>& frames, frame_size& size);
+
+// The entries of an ".ais" list as they stand in it, before resolution:
+// CR LF or LF line ends, one quote stripped each side, empty lines dropped.
+std::vector<std::string> parse_ais_list(std::istream& in);
 
 // Every decimal digit of the file name part becomes a one-character wildcard
 // (so shot2_0001.tga also finds shot3_0001.tga); the folder is listed with
