@@ -14,36 +14,56 @@ PairKey Interpolate(const PairKey& a, const PairKey& b, double t) {
   return {(1 - t) * a.x + t * b.x, (1 - t) * a.y + t * b.y, 0};
 }
 
+// Each error sees the whole list and the index of the key under test, so
+// that a routine may use terms it computed once per key.
 struct PairError {
-  double operator()(const PairKey& key, const PairKey& line) const {
-    const double dx = key.x - line.x;
-    const double dy = key.y - line.y;
+  double operator()(const PairKeys& keys, size_t m, const PairKey& line) const {
+    const double dx = keys[m].x - line.x;
+    const double dy = keys[m].y - line.y;
     return dx * dx + dy * dy;
   }
 };
 
 struct ValueError {
-  double operator()(const ValueKey& key, const ValueKey& line) const {
-    const double d = key.value - line.value;
+  double operator()(const ValueKeys& keys, size_t m, const ValueKey& line) const {
+    const double d = keys[m].value - line.value;
     return d * d;
   }
 };
 
 struct AngleError {
-  double operator()(const ValueKey& key, const ValueKey& line) const {
-    return 1 - std::cos(key.value - line.value);
+  double operator()(const ValueKeys& keys, size_t m, const ValueKey& line) const {
+    return 1 - std::cos(keys[m].value - line.value);
   }
 };
 
+// The skew (k, phi) as the terms k sin phi cos phi, k cos^2 phi, k sin^2 phi.
+struct SkewTerms {
+  double sc, cc, ss;
+};
+
+SkewTerms TermsOf(double k, double phi) {
+  const double s = std::sin(phi), c = std::cos(phi);
+  return {k * s * c, k * c * c, k * s * s};
+}
+
+// The keys' own terms are computed once; they are the same numbers the
+// formula would compute inline, so the result does not change, and the
+// trigonometry per error halves.
 struct SkewError {
-  double operator()(const PairKey& key, const PairKey& line) const {
-    const double k = key.x, phi = key.y;
-    const double kl = line.x, phil = line.y;
-    const double s = std::sin(phi), c = std::cos(phi);
-    const double sl = std::sin(phil), cl = std::cos(phil);
-    const double A = k * s * c - kl * sl * cl;
-    const double B = k * c * c - kl * cl * cl;
-    const double C = kl * sl * sl - k * s * s;
+  std::vector<SkewTerms> terms;
+
+  explicit SkewError(const PairKeys& keys) {
+    terms.reserve(keys.size());
+    for (const auto& key : keys) terms.push_back(TermsOf(key.x, key.y));
+  }
+
+  double operator()(const PairKeys&, size_t m, const PairKey& line) const {
+    const SkewTerms& key = terms[m];
+    const SkewTerms interpolated = TermsOf(line.x, line.y);
+    const double A = key.sc - interpolated.sc;
+    const double B = key.cc - interpolated.cc;
+    const double C = interpolated.ss - key.ss;
     const double e1 = (B - A) * (B - A) + (A + C) * (A + C);
     const double e2 = (B + A) * (B + A) + (A - C) * (A - C);
     return e1 > e2 ? e1 : e2;
@@ -54,13 +74,14 @@ struct SkewError {
 // from i to j. Stops as soon as one key exceeds `limit`: the caller drops
 // such a candidate whatever the exact worst error is.
 template <class Key, class Error>
-double WorstError(const std::vector<Key>& keys, size_t i, size_t j, double limit, Error error) {
+double WorstError(
+    const std::vector<Key>& keys, size_t i, size_t j, double limit, const Error& error) {
   const double fi = keys[i].frame;
   const double span = double(keys[j].frame) - fi;
   double worst = 0;
   for (size_t m = i + 1; m < j; ++m) {
     const double t = (double(keys[m].frame) - fi) / span;
-    const double e = error(keys[m], Interpolate(keys[i], keys[j], t));
+    const double e = error(keys, m, Interpolate(keys[i], keys[j], t));
     if (e > worst) {
       worst = e;
       if (worst > limit) break;
@@ -70,7 +91,7 @@ double WorstError(const std::vector<Key>& keys, size_t i, size_t j, double limit
 }
 
 template <class Key, class Error>
-void Thin(std::vector<Key>& keys, float tolerance, Error error) {
+void Thin(std::vector<Key>& keys, float tolerance, const Error& error) {
   if (!(tolerance > 0)) return;
   const double tol2 = double(tolerance) * double(tolerance);
   const size_t n = keys.size();
@@ -122,5 +143,6 @@ void ThinAngles(ValueKeys& keys, float tolerance) {
 }
 
 void ThinSkews(PairKeys& keys, float tolerance) {
-  Thin(keys, tolerance, SkewError{});
+  if (!(tolerance > 0) || keys.size() < 3) return;
+  Thin(keys, tolerance, SkewError(keys));
 }
