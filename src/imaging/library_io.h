@@ -16,6 +16,7 @@
 //   reader.read("shot.0001.png", frame, &alpha);
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ class library_reader : public image_reader {
   // Reads and tells whether the file has an alpha channel (for a palette or
   // GIF image: whether a colour in use is not opaque). `has_alpha` may be null.
   void read(const std::string& name, image& out, bool* has_alpha);
+  // The same for an image file held in memory; `name` only labels failures.
+  void read_bytes(
+      const uint8_t* data, size_t size, const std::string& name, image& out, bool* has_alpha);
 
  private:
   uint64_t max_pixels_;

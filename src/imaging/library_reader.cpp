@@ -256,10 +256,10 @@ AVPixelFormat PlainYuv(AVPixelFormat format, bool& full_range) {
 void ConvertWithScaler(const AVFrame& f, image& out, const std::string& name) {
   bool full_range = f.color_range == AVCOL_RANGE_JPEG;
   const AVPixelFormat source = PlainYuv(AVPixelFormat(f.format), full_range);
-  // Same size: the scaler only converts. Point sampling keeps it from
-  // filtering chroma it does not need to; accurate rounding and bit-exact
-  // mode keep 16-bit and float values from being dithered on the way to 8 bits.
-  const int flags = SWS_POINT | SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INT;
+  // Only YUV pictures and the exact 8-bit shuffles come here. Same size, so
+  // the scaler only converts; without accurate rounding it takes its fast
+  // YUV path (JPEG 1080p: 6 ms instead of 14), at most one level apart.
+  const int flags = SWS_POINT;
   av::ScalePtr scaler(sws_getContext(f.width, f.height, source, f.width, f.height, AV_PIX_FMT_BGRA,
                                      flags, nullptr, nullptr, nullptr));
   if (!scaler) throw io_error(kConversionFailure, name);
@@ -368,11 +368,23 @@ bool AnyTransparent(const image& picture) {
   return false;
 }
 
-// Reads `name` into `out`; returns whether it has alpha. Not recognised -> false
-// in `recognised` (no exception), so that info() can answer false.
-bool ReadPicture(const std::string& name, image& out, uint64_t max_pixels, bool* recognised) {
+FileBytes CopyBytes(const uint8_t* data, size_t size, const std::string& name) {
+  if (size > size_t(INT_MAX - AV_INPUT_BUFFER_PADDING_SIZE)) throw io_error(kTooLarge, name);
+  FileBytes bytes;
+  bytes.size = size;
+  bytes.buffer.reset(av_buffer_alloc(size + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (!bytes.buffer) throw io_error(kReadFailure, name);
+  if (size) std::memcpy(bytes.buffer->data, data, size);
+  std::memset(bytes.buffer->data + size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+  return bytes;
+}
+
+// Decodes `file` into `out`; returns whether it has alpha. With
+// `recognised`, content of no known format answers false there instead of
+// throwing, so that info() can say no.
+bool DecodePicture(
+    FileBytes file, const std::string& name, image& out, uint64_t max_pixels, bool* recognised) {
   av::quiet_library_log();
-  FileBytes file = ReadWholeFile(name);
   const AVCodecID id = CodecOfContent(file);
   if (recognised) *recognised = id != AV_CODEC_ID_NONE;
   if (id == AV_CODEC_ID_NONE) {
@@ -427,7 +439,7 @@ bool library_reader::info(const std::string& name, const std::string& format, fi
 bool library_reader::info(const std::string& name, file_info* info) {
   image picture;
   bool recognised = false;
-  const bool alpha = ReadPicture(name, picture, max_pixels_, &recognised);
+  const bool alpha = DecodePicture(ReadWholeFile(name), name, picture, max_pixels_, &recognised);
   if (!recognised) return false;
   if (info) {
     info->name = name;
@@ -450,7 +462,13 @@ void library_reader::read(const std::string& name, image& out) {
 }
 
 void library_reader::read(const std::string& name, image& out, bool* has_alpha) {
-  const bool alpha = ReadPicture(name, out, max_pixels_, nullptr);
+  const bool alpha = DecodePicture(ReadWholeFile(name), name, out, max_pixels_, nullptr);
+  if (has_alpha) *has_alpha = alpha;
+}
+
+void library_reader::read_bytes(
+    const uint8_t* data, size_t size, const std::string& name, image& out, bool* has_alpha) {
+  const bool alpha = DecodePicture(CopyBytes(data, size, name), name, out, max_pixels_, nullptr);
   if (has_alpha) *has_alpha = alpha;
 }
 
