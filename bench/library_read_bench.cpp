@@ -62,9 +62,6 @@ void Read(benchmark::State& state, const char* file, uint32_t top_down) {
     reader.read(name, out);
     benchmark::DoNotOptimize(out.data);
   }
-  state.counters["ms/frame"] =
-      benchmark::Counter(double(state.iterations()) / 1000.0,
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(out.size));
 }
 
