@@ -1,8 +1,9 @@
 // Decoding: the file is read in one block into a buffer that the codec's
 // packet owns, the decoder is picked by the file's signature, the first
-// picture is decoded, and libswscale converts it straight into the caller's
-// image through its row order. The decoder's own frame is the only other
-// full-size buffer.
+// picture is decoded, and it is converted straight into the caller's image
+// through its row order: by libswscale for YUV and packed 8-bit RGB, by a
+// per-component rounding for deeper or odd layouts, by lookup for palettes.
+// The decoder's own frame is the only other full-size buffer.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
