@@ -107,7 +107,8 @@ class bitmap {
     if (only_alignment) old_rows = rows;
 
     uint8_t* new_data = data;
-    if (new_size != old_size || !owns_data) new_data = new_size ? allocate(size_t(new_size)) : nullptr;
+    if (new_size != old_size || !owns_data)
+      new_data = new_size ? allocate(size_t(new_size)) : nullptr;
 
     width = new_width;
     height = new_height;
