@@ -1,7 +1,9 @@
 #include "tracking/optic_flow.h"
 
 #include <cmath>
+#include <cstring>
 #include <numbers>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -350,5 +352,59 @@ INSTANTIATE_TEST_SUITE_P(Cases,
                                            EdgeCase{"LastRowIsOutside", 3, 7, -1},
                                            EdgeCase{"JustAboveLastRow", 3, 6.75, 70.5f}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The measure's sampling written plainly, one channel at a time: the fast
+// path must give the same bits.
+size_t ReferenceSampleTarget(const img::float_image& target,
+                             const affine& t,
+                             const std::vector<tracking::FlowSample>& samples,
+                             std::vector<tracking::Colour>& values) {
+  size_t inside = 0;
+  for (size_t i = 0; i < samples.size(); ++i) {
+    double u, v;
+    t.apply(samples[i].x, samples[i].y, u, v);
+    const float us = float(u + 0.5) - 0.5f, vs = float(v + 0.5) - 0.5f;
+    const bool left = us<0, right = us> float(target.width - 1);
+    const bool top = vs < 0, bottom = vs >= float(target.height - 1);
+    if (left || right || top || bottom) {
+      values[i] = {0, 0, 0, 0};
+      continue;
+    }
+    const uint32_t col = uint32_t(us), row = uint32_t(vs);
+    const float fx = us - float(col), fy = vs - float(row);
+    const uint32_t col1 = col + 1 < target.width ? col + 1 : col;
+    for (int c = 0; c < 4; ++c) {
+      const float p00 = img::pixel(target, col, row)[c], p10 = img::pixel(target, col1, row)[c];
+      const float p01 = img::pixel(target, col, row + 1)[c];
+      const float p11 = img::pixel(target, col1, row + 1)[c];
+      const float w00 = (1 - fx) * (1 - fy), w10 = fx * (1 - fy), w01 = (1 - fx) * fy,
+                  w11 = fx * fy;
+      float sum = w00 * p00;
+      sum = sum + w10 * p10;
+      sum = sum + w01 * p01;
+      values[i][c] = sum + w11 * p11;
+    }
+    ++inside;
+  }
+  return inside;
+}
+
+TEST(SampleTargetFastPath, GivesTheBitsOfThePlainReference) {
+  const img::float_image target = RenderTexture(kW, kH, affine::identity());
+  std::vector<tracking::FlowSample> samples;
+  for (uint32_t y = 0; y < kH; y += 3)
+    for (uint32_t x = 0; x < kW; x += 2) samples.push_back({{}, 0, x, y});
+  std::mt19937 rng(17);
+  std::uniform_real_distribution<double> shift(-30, 30), lin(-0.05, 0.05);
+  for (int trial = 0; trial < 40; ++trial) {
+    const affine t{shift(rng), shift(rng), 1 + lin(rng), lin(rng), lin(rng), 1 + lin(rng)};
+    std::vector<tracking::Colour> fast(samples.size()), plain(samples.size());
+    const size_t n_fast = tracking::SampleTarget(target, t, samples, fast);
+    const size_t n_plain = ReferenceSampleTarget(target, t, samples, plain);
+    ASSERT_EQ(n_fast, n_plain) << t;
+    ASSERT_EQ(std::memcmp(fast.data(), plain.data(), fast.size() * sizeof(tracking::Colour)), 0)
+        << t;
+  }
+}
 
 }  // namespace
