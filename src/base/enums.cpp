@@ -1,5 +1,6 @@
 #include "base/enums.h"
 
+#include <iterator>
 #include <string>
 
 namespace {
@@ -36,17 +37,18 @@ constexpr EnumRow<AlphaInterpretation> kAlphaInterpretations[] = {
     {AlphaInterpretation::InvPremul, "InvPremul", "Inverted Premultiplied"},
 };
 
-// Value 1 is not offered to the user and is written as "affine" like 0; it
-// stands after the others so that reading "affine" finds 0 first.
-constexpr EnumRow<TransformClass> kTransformClasses[] = {
+// The offered motion models, simplest first as the property panel lists
+// them. "rigid+zoom" is the project file's word; the log says "rigid+scale".
+// The last row is value 1: never offered, written as "affine" like 0, and
+// placed after 0 so that reading "affine" gives 0.
+constexpr EnumRow<TransformClass> kTransformClassWords[] = {
     {TransformClass::Translation, "translation", "Translation"},
     {TransformClass::Rigid, "rigid", "Rigid"},
     {TransformClass::RigidScale, "rigid+zoom", "Rigid && Scale"},
     {TransformClass::Affine, "affine", "Affine"},
+    {TransformClass::Affine1, "affine", "Affine"},
 };
-
-constexpr EnumRow<TransformClass> kTransformClassHidden = {TransformClass::Affine1, "affine",
-                                                           "Affine"};
+constexpr size_t kOfferedTransformClasses = std::size(kTransformClassWords) - 1;
 
 constexpr EnumRow<MotionEstimation> kMotionEstimations[] = {
     {MotionEstimation::Fastest, "fastest", "Fastest"},
@@ -92,7 +94,11 @@ std::span<const EnumRow<AlphaInterpretation>> EnumTable<AlphaInterpretation>() {
 }
 template <>
 std::span<const EnumRow<TransformClass>> EnumTable<TransformClass>() {
-  return kTransformClasses;
+  return std::span(kTransformClassWords, kOfferedTransformClasses);
+}
+template <>
+std::span<const EnumRow<TransformClass>> EnumWordTable<TransformClass>() {
+  return kTransformClassWords;
 }
 template <>
 std::span<const EnumRow<MotionEstimation>> EnumTable<MotionEstimation>() {
@@ -118,18 +124,39 @@ std::string_view LogName(TransformClass value) {
   }
 }
 
-std::ostream& operator<<(std::ostream& out, TaskType v) { return out << FileWord(v); }
-std::ostream& operator<<(std::ostream& out, ExportModel v) { return out << FileWord(v); }
-std::ostream& operator<<(std::ostream& out, Alignment v) { return out << FileWord(v); }
-std::ostream& operator<<(std::ostream& out, AlphaInterpretation v) { return out << FileWord(v); }
-std::ostream& operator<<(std::ostream& out, TransformClass v) {
-  return out << (v == TransformClass::Affine1 ? std::string_view(kTransformClassHidden.word)
-                                              : FileWord(v));
+std::ostream& operator<<(std::ostream& out, TaskType v) {
+  return out << FileWord(v);
 }
-std::ostream& operator<<(std::ostream& out, MotionEstimation v) { return out << FileWord(v); }
-std::istream& operator>>(std::istream& in, TaskType& v) { return ReadWord(in, v); }
-std::istream& operator>>(std::istream& in, ExportModel& v) { return ReadWord(in, v); }
-std::istream& operator>>(std::istream& in, Alignment& v) { return ReadWord(in, v); }
-std::istream& operator>>(std::istream& in, AlphaInterpretation& v) { return ReadWord(in, v); }
-std::istream& operator>>(std::istream& in, TransformClass& v) { return ReadWord(in, v); }
-std::istream& operator>>(std::istream& in, MotionEstimation& v) { return ReadWord(in, v); }
+std::ostream& operator<<(std::ostream& out, ExportModel v) {
+  return out << FileWord(v);
+}
+std::ostream& operator<<(std::ostream& out, Alignment v) {
+  return out << FileWord(v);
+}
+std::ostream& operator<<(std::ostream& out, AlphaInterpretation v) {
+  return out << FileWord(v);
+}
+std::ostream& operator<<(std::ostream& out, TransformClass v) {
+  return out << FileWord(v);
+}
+std::ostream& operator<<(std::ostream& out, MotionEstimation v) {
+  return out << FileWord(v);
+}
+std::istream& operator>>(std::istream& in, TaskType& v) {
+  return ReadWord(in, v);
+}
+std::istream& operator>>(std::istream& in, ExportModel& v) {
+  return ReadWord(in, v);
+}
+std::istream& operator>>(std::istream& in, Alignment& v) {
+  return ReadWord(in, v);
+}
+std::istream& operator>>(std::istream& in, AlphaInterpretation& v) {
+  return ReadWord(in, v);
+}
+std::istream& operator>>(std::istream& in, TransformClass& v) {
+  return ReadWord(in, v);
+}
+std::istream& operator>>(std::istream& in, MotionEstimation& v) {
+  return ReadWord(in, v);
+}

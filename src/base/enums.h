@@ -42,8 +42,15 @@ enum class Alignment : int {
 enum class AlphaInterpretation : int { Straight = 0, Premul = 1, InvStraight = 2, InvPremul = 3 };
 
 // Motion models. Value 1 is a second affine that the block matching and the
-// pixel refinement leave alone; it is stored as "affine" and read back as 0.
-enum class TransformClass : int { Affine = 0, Affine1 = 1, Translation = 2, Rigid = 3, RigidScale = 4 };
+// pixel refinement leave alone; it is not offered, is stored as "affine" and
+// so reads back as 0.
+enum class TransformClass : int {
+  Affine = 0,
+  Affine1 = 1,
+  Translation = 2,
+  Rigid = 3,
+  RigidScale = 4
+};
 
 // How much work the tracker spends on a frame.
 enum class MotionEstimation : int { Fastest = 0, Fast = 1, Normal = 2, Intensive = 3 };
@@ -80,10 +87,20 @@ std::span<const EnumRow<MotionEstimation>> EnumTable<MotionEstimation>();
 template <>
 std::span<const EnumRow<Still>> EnumTable<Still>();
 
+// Every row that maps between a value and its file word: the offered rows
+// first, then values that are stored but never offered. Reading a word takes
+// the first row that has it, so a hidden value never comes back from a file.
+template <class E>
+std::span<const EnumRow<E>> EnumWordTable() {
+  return EnumTable<E>();
+}
+template <>
+std::span<const EnumRow<TransformClass>> EnumWordTable<TransformClass>();
+
 // The file word of a value; empty for a value outside the table.
 template <class E>
 std::string_view FileWord(E value) {
-  for (const auto& row : EnumTable<E>())
+  for (const auto& row : EnumWordTable<E>())
     if (row.value == value) return row.word;
   return {};
 }
@@ -91,7 +108,7 @@ std::string_view FileWord(E value) {
 // The user label of a value; empty for a value outside the table.
 template <class E>
 std::string_view Label(E value) {
-  for (const auto& row : EnumTable<E>())
+  for (const auto& row : EnumWordTable<E>())
     if (row.value == value) return row.label;
   return {};
 }
@@ -99,7 +116,7 @@ std::string_view Label(E value) {
 // The value stored under a file word (case-sensitive), or nothing.
 template <class E>
 std::optional<E> FromFileWord(std::string_view word) {
-  for (const auto& row : EnumTable<E>())
+  for (const auto& row : EnumWordTable<E>())
     if (word == row.word) return row.value;
   return std::nullopt;
 }
