@@ -1,8 +1,12 @@
 // velomar-cli: Velomar's engine without a window.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
+
+#include "base/crash_report.h"
 
 #include "cli/commands.h"
 #include "cli/options.h"
@@ -30,6 +34,24 @@ void PrintToolHelp(FILE* out) {
                "included, exits with status 1 and a report on standard error.\n");
 }
 
+// Where a crash report goes besides standard error: the user's state folder
+// ($XDG_STATE_HOME, else ~/.local/state), else the temporary folder.
+std::string CrashFilePath() {
+  namespace fs = std::filesystem;
+  fs::path base;
+  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
+    base = state;
+  } else if (const char* home = std::getenv("HOME"); home && *home) {
+    base = fs::path(home) / ".local" / "state";
+  } else {
+    base = fs::temp_directory_path();
+  }
+  std::error_code ec;
+  fs::create_directories(base / "velomar", ec);
+  if (ec) return (fs::temp_directory_path() / "velomar-cli-crash.txt").string();
+  return (base / "velomar" / "velomar-cli-crash.txt").string();
+}
+
 bool WantsHelp(const std::vector<std::string>& args) {
   for (const auto& a : args)
     if (a == "--help" || a == "-h") return true;
@@ -39,6 +61,11 @@ bool WantsHelp(const std::vector<std::string>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  try {
+    InstallCrashHandler(CrashFilePath());
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "velomar-cli: no crash report on this run: %s\n", e.what());
+  }
   if (argc < 2) {
     PrintToolHelp(stderr);
     return 1;
