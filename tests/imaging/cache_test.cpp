@@ -154,13 +154,18 @@ TEST(Cache, OneDecodePerFileWhileDifferentFilesDecodeTogether) {
   constexpr int kPerName = 4;
   const std::vector<std::string> names = {"left", "right"};
   std::atomic<int> decoding{0};
+  std::atomic<bool> overlapped{false};
   files.hook = [&](const std::string&, int) {
     // Each decode holds on until the other file decodes too and every other
     // asking thread waits: a cache that decoded one file at a time, or let
-    // a second decode of the same file start, never gets there.
+    // a second decode of the same file start, never gets there. The first
+    // decode to see it tells the other, whose waiters may leave before it looks.
     ++decoding;
-    const int others = int(names.size()) * (kPerName - 1);
-    if (!Eventually([&] { return decoding == 2 && cache.waiters() == size_t(others); }))
+    const size_t others = names.size() * (kPerName - 1);
+    if (!Eventually([&] {
+          if (decoding == 2 && cache.waiters() == others) overlapped = true;
+          return overlapped.load();
+        }))
       throw std::runtime_error("decodes did not overlap");
   };
   std::vector<CacheEntry*> got(names.size() * kPerName, nullptr);
