@@ -1,7 +1,11 @@
 #include "base/work_thread.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <functional>
 #include <iostream>
 #include <mutex>
 #include <sstream>
@@ -14,10 +18,12 @@
 
 namespace {
 
-using std::chrono::nanoseconds;
+int OwnNice() {
+  return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+}
 
-// Records every item it finished. `hold` items block until `gate` opens,
-// announcing themselves on `holding`; items in `bad` throw.
+// Records the items it finished. The `hold` item blocks until `gate` opens
+// and announces itself on `holding`; the `bad` item throws.
 class Recorder : public sys::CWorkThread<int> {
  public:
   explicit Recorder(bool resume = true) {
@@ -28,7 +34,6 @@ class Recorder : public sys::CWorkThread<int> {
     gate.set();
     Stop();
   }
-
   using CWorkThread::Add;
   using CWorkThread::Stop;
 
@@ -40,22 +45,13 @@ class Recorder : public sys::CWorkThread<int> {
     std::lock_guard lock(done_mutex_);
     return done_;
   }
-  std::vector<bool> InterruptedAtStart() {
-    std::lock_guard lock(done_mutex_);
-    return interrupted_at_start_;
-  }
-
-  int hold = -1;
-  int bad = -1;
-  sys::ManualResetEvent gate;
-  sys::ManualResetEvent holding;
+  int hold = -1, bad = -1;
+  std::atomic<int> nice_seen{0};
+  sys::ManualResetEvent gate, holding;
 
  protected:
   void Process(int& item) override {
-    {
-      std::lock_guard lock(done_mutex_);
-      interrupted_at_start_.push_back(IsInterrupted());
-    }
+    nice_seen = OwnNice();
     if (item == hold) {
       holding.set();
       gate.wait();
@@ -68,19 +64,6 @@ class Recorder : public sys::CWorkThread<int> {
  private:
   std::mutex done_mutex_;
   std::vector<int> done_;
-  std::vector<bool> interrupted_at_start_;
-};
-
-// Redirects the log stream for the life of the object.
-class CapturedLog {
- public:
-  CapturedLog() : old_(std::clog.rdbuf(text_.rdbuf())) {}
-  ~CapturedLog() { std::clog.rdbuf(old_); }
-  std::string str() const { return text_.str(); }
-
- private:
-  std::ostringstream text_;
-  std::streambuf* old_;
 };
 
 TEST(WorkThread, WorksOffTheQueueBeforeTerminating) {
@@ -90,85 +73,83 @@ TEST(WorkThread, WorksOffTheQueueBeforeTerminating) {
   w.holding.wait();
   for (int i = 1; i <= 4; ++i) w.Add(i);
   std::thread stopper([&] { w.Stop(); });
-  // Terminate is set while four items wait behind the one in hand.
-  while (!w.Terminating()) std::this_thread::yield();
+  while (!w.Terminating()) std::this_thread::yield();  // set with four items queued
   w.gate.set();
   stopper.join();
   EXPECT_EQ(w.Done(), (std::vector<int>{0, 1, 2, 3, 4}));
-  EXPECT_TRUE(w.HasEnded());
-  EXPECT_TRUE(w.WaitIdleFor(nanoseconds(0)));  // signalled again after the body returned
+  EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));  // set again after the body
 }
 
 TEST(WorkThread, TwoAddsBeforeTheWorkerWakesAreBothTaken) {
-  for (bool started : {false, true}) {
-    SCOPED_TRACE(started ? "worker busy" : "worker not yet started");
-    Recorder w(started);
-    if (started) {
+  for (bool busy : {false, true}) {
+    SCOPED_TRACE(busy ? "worker busy" : "worker not yet started");
+    Recorder w(busy);
+    if (busy) {
       w.hold = 0;
       w.Add(0);
       w.holding.wait();
     }
     w.Add(1);
-    w.Add(2);  // the start event is signalled once for both
-    if (!started) w.Resume();
+    w.Add(2);  // one signal of the start event for both
+    if (!busy) w.Resume();
     w.gate.set();
     w.WaitIdle();
-    // Whatever the spare signal left behind, the worker still answers.
-    w.Add(3);
+    w.Add(3);  // whatever the spare signal left behind, the worker answers
     w.WaitIdle();
-    const std::vector<int> expected =
-        started ? std::vector<int>{0, 1, 2, 3} : std::vector<int>{1, 2, 3};
-    EXPECT_EQ(w.Done(), expected);
+    EXPECT_EQ(w.Done(), (busy ? std::vector<int>{0, 1, 2, 3} : std::vector<int>{1, 2, 3}));
   }
 }
 
-TEST(WorkThread, IdleEventIsClearWhileWorkIsQueuedAndSetWhenDrained) {
+TEST(WorkThread, IdleEventIsClearExactlyWhileWorkIsQueued) {
   Recorder w;
-  EXPECT_TRUE(w.WaitIdleFor(nanoseconds(0)));
+  EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));
   w.hold = 0;
   w.Add(0);
   w.holding.wait();
   w.Add(1);
-  EXPECT_FALSE(w.WaitIdleFor(nanoseconds(0)));
+  EXPECT_FALSE(w.WaitIdleFor(std::chrono::nanoseconds(0)));
   w.gate.set();
-  w.WaitIdle();
-  EXPECT_EQ(w.Done(), (std::vector<int>{0, 1}));
-
-  // Many short rounds: an idle event that fires over a queued item shows up
-  // as a round with missing items.
-  std::vector<int> expected = {0, 1};
-  for (int round = 0; round < 200; ++round) {
-    w.Add(10 + round);
-    expected.push_back(10 + round);
+  // Short rounds: an idle event set over a queued item shows as a short count.
+  for (size_t round = 0; round < 200; ++round) {
     w.WaitIdle();
-    ASSERT_EQ(w.Done().size(), expected.size()) << "round " << round;
+    ASSERT_EQ(w.Done().size(), round + 2);
+    w.Add(int(round) + 10);
   }
-  EXPECT_EQ(w.Done(), expected);
 }
 
 TEST(WorkThread, FailingItemIsLoggedAndTheWorkerGoesOnWithTheNext) {
-  CapturedLog log;
-  Recorder w;
-  w.bad = 2;
-  for (int i = 1; i <= 4; ++i) w.Add(i);
-  w.WaitIdle();
-  EXPECT_EQ(w.Done(), (std::vector<int>{1, 3, 4}));
-  EXPECT_FALSE(w.Stop());  // the thread ends with result false
+  std::ostringstream log;
+  std::streambuf* old_log = std::clog.rdbuf(log.rdbuf());
+  {
+    Recorder w;
+    w.bad = 2;
+    for (int i = 1; i <= 4; ++i) w.Add(i);
+    w.WaitIdle();
+    EXPECT_EQ(w.Done(), (std::vector<int>{1, 3, 4}));
+    EXPECT_FALSE(w.Stop());  // once a run failed, the thread's result is false
+    EXPECT_TRUE(w.HasEnded());
+  }
+  std::clog.rdbuf(old_log);
   EXPECT_EQ(log.str(), "\nthread error: bad item 2");
 }
 
-TEST(WorkThread, TakingTheNextItemClearsTheInterrupt) {
-  Recorder w;
-  w.hold = 0;
-  w.Add(0);
-  w.holding.wait();
-  w.Add(1);
-  w.Interrupt();
-  EXPECT_TRUE(w.IsInterrupted());
-  w.gate.set();
-  w.WaitIdle();
-  EXPECT_FALSE(w.IsInterrupted());
-  EXPECT_EQ(w.InterruptedAtStart(), (std::vector<bool>{false, false}));
+TEST(WorkThread, BelowNormalPriorityRaisesTheNiceValueOfTheWorkerOnlyOnce) {
+  const int own = OwnNice();
+  for (bool before_resume : {true, false}) {
+    SCOPED_TRACE(before_resume ? "before Resume" : "while running");
+    Recorder w(false);
+    w.hold = 0;
+    if (before_resume) w.SetBelowNormalPriority();
+    w.Add(0);
+    w.Resume();
+    w.holding.wait();
+    w.SetBelowNormalPriority();  // the thread runs: applied to it at once, or not again
+    w.gate.set();
+    w.Add(1);
+    w.WaitIdle();
+    EXPECT_EQ(w.nice_seen, std::min(own + sys::thread::kBelowNormalNiceStep, 19));
+  }
+  EXPECT_EQ(OwnNice(), own);
 }
 
 }  // namespace
