@@ -36,7 +36,8 @@ class CWorkThreadBase : public thread, public CThreadSafeResource {
 
   // The idle event is signalled exactly while the worker waits with an empty
   // queue, and after its body has returned. Waiting on it waits for the
-  // queue to drain.
+  // queue to drain. (A worker without the restart flag that ends on a
+  // failed item leaves it clear: such a worker has no drain to wait for.)
   void WaitIdle() { idle_event_.wait(); }
   bool WaitIdleFor(std::chrono::nanoseconds timeout) { return idle_event_.wait_for(timeout); }
 
