@@ -1,0 +1,155 @@
+#include "base/work_thread.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+int OwnNice() {
+  return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+}
+
+// Records the items it finished. The `hold` item blocks until `gate` opens
+// and announces itself on `holding`; the `bad` item throws.
+class Recorder : public sys::CWorkThread<int> {
+ public:
+  explicit Recorder(bool resume = true) {
+    SetRestart(true);
+    if (resume) Resume();
+  }
+  ~Recorder() override {
+    gate.set();
+    Stop();
+  }
+  using CWorkThread::Add;
+  using CWorkThread::Stop;
+
+  bool Terminating() {
+    auto lock = Lock();
+    return terminate_;
+  }
+  std::vector<int> Done() {
+    std::lock_guard lock(done_mutex_);
+    return done_;
+  }
+  int hold = -1, bad = -1;
+  std::atomic<int> nice_seen{0};
+  sys::ManualResetEvent gate, holding;
+
+ protected:
+  void Process(int& item) override {
+    nice_seen = OwnNice();
+    if (item == hold) {
+      holding.set();
+      gate.wait();
+    }
+    if (item == bad) throw std::runtime_error("bad item " + std::to_string(item));
+    std::lock_guard lock(done_mutex_);
+    done_.push_back(item);
+  }
+
+ private:
+  std::mutex done_mutex_;
+  std::vector<int> done_;
+};
+
+TEST(WorkThread, WorksOffTheQueueBeforeTerminating) {
+  Recorder w;
+  w.hold = 0;
+  w.Add(0);
+  w.holding.wait();
+  for (int i = 1; i <= 4; ++i) w.Add(i);
+  std::thread stopper([&] { w.Stop(); });
+  while (!w.Terminating()) std::this_thread::yield();  // set with four items queued
+  w.gate.set();
+  stopper.join();
+  EXPECT_EQ(w.Done(), (std::vector<int>{0, 1, 2, 3, 4}));
+  EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));  // set again after the body
+}
+
+TEST(WorkThread, TwoAddsBeforeTheWorkerWakesAreBothTaken) {
+  for (bool busy : {false, true}) {
+    SCOPED_TRACE(busy ? "worker busy" : "worker not yet started");
+    Recorder w(busy);
+    if (busy) {
+      w.hold = 0;
+      w.Add(0);
+      w.holding.wait();
+    }
+    w.Add(1);
+    w.Add(2);  // one signal of the start event for both
+    if (!busy) w.Resume();
+    w.gate.set();
+    w.WaitIdle();
+    w.Add(3);  // whatever the spare signal left behind, the worker answers
+    w.WaitIdle();
+    EXPECT_EQ(w.Done(), (busy ? std::vector<int>{0, 1, 2, 3} : std::vector<int>{1, 2, 3}));
+  }
+}
+
+TEST(WorkThread, IdleEventIsClearExactlyWhileWorkIsQueued) {
+  Recorder w;
+  EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));
+  w.hold = 0;
+  w.Add(0);
+  w.holding.wait();
+  w.Add(1);
+  EXPECT_FALSE(w.WaitIdleFor(std::chrono::nanoseconds(0)));
+  w.gate.set();
+  // Short rounds: an idle event set over a queued item shows as a short count.
+  for (size_t round = 0; round < 200; ++round) {
+    w.WaitIdle();
+    ASSERT_EQ(w.Done().size(), round + 2);
+    w.Add(int(round) + 10);
+  }
+}
+
+TEST(WorkThread, FailingItemIsLoggedAndTheWorkerGoesOnWithTheNext) {
+  std::ostringstream log;
+  std::streambuf* old_log = std::clog.rdbuf(log.rdbuf());
+  {
+    Recorder w;
+    w.bad = 2;
+    for (int i = 1; i <= 4; ++i) w.Add(i);
+    w.WaitIdle();
+    EXPECT_EQ(w.Done(), (std::vector<int>{1, 3, 4}));
+    EXPECT_FALSE(w.Stop());  // once a run failed, the thread's result is false
+    EXPECT_TRUE(w.HasEnded());
+  }
+  std::clog.rdbuf(old_log);
+  EXPECT_EQ(log.str(), "\nthread error: bad item 2");
+}
+
+TEST(WorkThread, BelowNormalPriorityRaisesTheNiceValueOfTheWorkerOnlyOnce) {
+  const int own = OwnNice();
+  for (bool before_resume : {true, false}) {
+    SCOPED_TRACE(before_resume ? "before Resume" : "while running");
+    Recorder w(false);
+    w.hold = 0;
+    if (before_resume) w.SetBelowNormalPriority();
+    w.Add(0);
+    w.Resume();
+    w.holding.wait();
+    w.SetBelowNormalPriority();  // the thread runs: applied to it at once, or not again
+    w.gate.set();
+    w.Add(1);
+    w.WaitIdle();
+    EXPECT_EQ(w.nice_seen, std::min(own + sys::thread::kBelowNormalNiceStep, 19));
+  }
+  EXPECT_EQ(OwnNice(), own);
+}
+
+}  // namespace
