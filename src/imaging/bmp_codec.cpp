@@ -206,6 +206,11 @@ uint64_t write(std::ostream& out, const image& picture, bool with_alpha) {
   if (!with_alpha) {
     rgb.set_top_down(0);
     convert_to_rgb24(rgb, picture);
+    // The conversion leaves row padding as the allocator gave it; a file
+    // should not carry stray memory.
+    const size_t row = size_t(rgb.width) * 3;
+    for (uint32_t y = 0; y < rgb.height && row < rgb.stride; ++y)
+      std::memset(rgb.rows[y] + row, 0, rgb.stride - row);
     pixels = rgb.data;
     pixel_bytes = rgb.size;
   } else if ((picture.alignment == 4 || picture.alignment < 3) && picture.top_down == 0 &&
