@@ -80,8 +80,10 @@ class bitmap {
     if (stride == src.stride && top_down == src.top_down) {
       if (size) std::memcpy(data, src.data, size);
     } else {
+      // Zero-width images have null rows, which memcpy must not see even for 0 bytes.
       const size_t n = size_t(Kind::row_bytes(width));
-      for (uint32_t y = 0; y < height; ++y) std::memcpy(rows[y], src.rows[y], n);
+      if (n)
+        for (uint32_t y = 0; y < height; ++y) std::memcpy(rows[y], src.rows[y], n);
     }
     return *this;
   }

@@ -22,7 +22,11 @@ uint64_t bytes_from(std::istream& in, std::streamoff from) {
 
 void check_fits(const char* text, uint64_t width, uint64_t height) {
   // Every image ends as rgba32, four bytes a pixel with no padding.
-  if (width * 4 > UINT32_MAX || width * 4 * height > UINT32_MAX) {
+  // A zero-width image has no pixel bytes for the file to back, but its row
+  // table still costs a pointer a row: heights past any real picture's are
+  // refused rather than allocated.
+  const bool rows_unbacked = width == 0 && height > 65535;
+  if (rows_unbacked || width * 4 > UINT32_MAX || width * 4 * height > UINT32_MAX) {
     throw io_error(text, {},
                    "an image of " + std::to_string(width) + " by " + std::to_string(height) +
                        " pixels is too large");

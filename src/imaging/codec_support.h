@@ -39,7 +39,8 @@ std::streamoff position(std::istream& in);
 uint64_t bytes_from(std::istream& in, std::streamoff from);
 
 // Throws io_error(`text`) with a detail saying why, when an image of
-// width x height would not fit the 32-bit byte count of img::bitmap, or
+// width x height would not fit the 32-bit byte count of img::bitmap (or is
+// zero pixels wide and higher than 65535 rows, which no file backs), or
 // when the file holds fewer than `claimed` bytes of pixels after the header.
 // Both checks run before anything is allocated.
 void check_fits(const char* text, uint64_t width, uint64_t height);

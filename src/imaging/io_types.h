@@ -12,8 +12,8 @@ namespace img {
 
 // What a reader says of a file without handing out its pixels.
 struct file_info {
-  std::string name;       // the file's name as given
-  std::string format;     // "BMP", "TGA", or "???" for the library-backed reader
+  std::string name;    // the file's name as given
+  std::string format;  // "BMP", "TGA", or "???" for the library-backed reader
   uint32_t width = 0;
   uint32_t height = 0;
   uint32_t bit_count = 0;  // as the file states it; library-read files: 32 with alpha, else 24

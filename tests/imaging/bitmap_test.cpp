@@ -124,6 +124,16 @@ TEST(Bitmap, CopyDropsRowPaddingOfTheSource) {
   EXPECT_TRUE(HasPaint(fresh));
 }
 
+TEST(Bitmap, CopyOfZeroWidthImageTouchesNoRow) {
+  img::bitmap<img::rgba32> src;
+  src.set_top_down(0);
+  src.resize(0, 3, 4);
+  img::bitmap<img::rgba32> dst;
+  dst = src;  // row by row, every row pointer null
+  EXPECT_EQ(dst.rows.size(), 3u);
+  EXPECT_EQ(dst.data, nullptr);
+}
+
 TEST(Bitmap, Rgb16ExpandsFiveBitChannels) {
   img::bitmap<img::rgb16> src(3, 1, 4);
   const uint16_t words[3] = {0x7FFF, 0x8421 /* 1,1,1 and bit 15 */, 0x7C00 | (3 << 5) | 30};

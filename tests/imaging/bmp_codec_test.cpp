@@ -143,6 +143,7 @@ TEST(BmpReader, ShortAndLyingFilesGiveTheReadErrorWithoutAllocating) {
       {"HugePalette", Bytes(BmpHeader(1, 1, 8, 54, 0x40000000)).u32(0), "claims 4294967296"},
       {"OffsetPastEnd", Bytes(BmpHeader(1, 1, 32, 0x7FFFFFF0)).u32(0), "but 0 are left"},
       {"Past32Bits", Bytes(BmpHeader(0x7FFFFFFF, 2, 1)).u32(0), "too large"},
+      {"ZeroWidthBillionRows", BmpHeader(0, -0x7FFFFFFF, 32), "too large"},
   };
   TempDir dir;
   for (const auto& c : cases) {
