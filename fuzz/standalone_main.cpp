@@ -17,7 +17,9 @@
 
 namespace {
 
-void Run(const std::vector<uint8_t>& input) { LLVMFuzzerTestOneInput(input.data(), input.size()); }
+void Run(const std::vector<uint8_t>& input) {
+  LLVMFuzzerTestOneInput(input.data(), input.size());
+}
 
 // Deterministic mutations in the spirit of the fuzzer's own: truncation at
 // every header-sized length, single bit flips, and 16/32-bit fields forced
@@ -80,7 +82,8 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "cannot read %s\n", argv[i]);
       return 2;
     }
-    std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
     Run(data);
   }
   return 0;

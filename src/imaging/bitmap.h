@@ -7,6 +7,7 @@
 // moving a byte; the file readers rely on that.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -79,8 +80,10 @@ class bitmap {
     if (stride == src.stride && top_down == src.top_down) {
       if (size) std::memcpy(data, src.data, size);
     } else {
+      // Zero-width images have null rows, which memcpy must not see even for 0 bytes.
       const size_t n = size_t(Kind::row_bytes(width));
-      for (uint32_t y = 0; y < height; ++y) std::memcpy(rows[y], src.rows[y], n);
+      if (n)
+        for (uint32_t y = 0; y < height; ++y) std::memcpy(rows[y], src.rows[y], n);
     }
     return *this;
   }
@@ -97,26 +100,28 @@ class bitmap {
     uint64_t new_stride = row;
     if (new_alignment > 1 && row % new_alignment != 0)
       new_stride = (row / new_alignment + 1) * new_alignment;
-    const uint64_t new_size = new_stride * new_height;
-    if (new_stride > UINT32_MAX || new_size > UINT32_MAX) throw image_too_large();
+    if (new_stride > UINT32_MAX || new_stride * new_height > UINT32_MAX) throw image_too_large();
+    const uint32_t new_size = uint32_t(new_stride * new_height);
 
-    uint8_t* old_data = data;
-    const uint32_t old_size = size;
+    // Everything that may throw happens before the first field changes.
     const bool only_alignment = data != nullptr && new_width == width && new_height == height;
     std::vector<uint8_t*> old_rows;
     if (only_alignment) old_rows = rows;
-
+    std::vector<uint8_t*> new_rows(new_height, nullptr);
+    // A wrapped foreign buffer is never adopted, even when the byte size
+    // stays: the image would otherwise free memory it does not own.
     uint8_t* new_data = data;
-    if (new_size != old_size || !owns_data)
-      new_data = new_size ? allocate(size_t(new_size)) : nullptr;
+    if (new_size != size || !owns_data) new_data = new_size ? allocate(new_size) : nullptr;
 
+    uint8_t* old_data = data;
     width = new_width;
     height = new_height;
     alignment = new_alignment;
     stride = uint32_t(new_stride);
-    size = uint32_t(new_size);
+    size = new_size;
     data = new_data;
-    build_rows();
+    rows.swap(new_rows);
+    fill_rows();
 
     // A change of alignment alone keeps the pixels. (With an equal byte size
     // the stride is equal too, so the buffer was kept and nothing moves.)
@@ -132,13 +137,19 @@ class bitmap {
   void set_top_down(uint32_t value) {
     if (value == top_down) return;
     top_down = value;
-    build_rows();
+    fill_rows();
   }
 
-  // Wraps a foreign buffer without taking ownership; it is never freed here.
+  // Wraps a foreign buffer of `h` rows of `row_stride` bytes without taking
+  // ownership; it is never freed here. `order` is the top_down of the buffer.
+  // Throws std::invalid_argument when a row does not fit its stride and
+  // image_too_large past 32-bit sizes; the image is unchanged then.
   void wrap(uint8_t* buffer, uint32_t w, uint32_t h, uint32_t row_stride, uint32_t order) {
+    if (row_stride < Kind::row_bytes(w)) throw std::invalid_argument("row stride too short");
+    if (uint64_t(row_stride) * h > UINT32_MAX) throw image_too_large();
+    std::vector<uint8_t*> new_rows(h, nullptr);
     clear();
-    data = buffer;
+    data = h ? buffer : nullptr;
     owns_data = false;
     width = w;
     height = h;
@@ -146,16 +157,19 @@ class bitmap {
     stride = row_stride;
     size = row_stride * h;
     top_down = order;
-    build_rows();
+    rows.swap(new_rows);
+    fill_rows();
   }
 
-  // Releases the pixels of an owning image; a wrapping image only forgets its buffer.
-  void clear() {
+  // Releases the pixels of an owning image (it becomes 0 by 0, alignment 4);
+  // a wrapping image only forgets its buffer.
+  void clear() noexcept {
     if (owns_data) {
-      if (size || data) resize(0, 0, 4);
+      resize(0, 0, 4);  // never allocates, so cannot throw
     } else {
       data = nullptr;
       width = height = stride = size = 0;
+      alignment = 4;
       rows.clear();
       owns_data = true;
     }
@@ -182,10 +196,11 @@ class bitmap {
   }
   static void release(uint8_t* p) { ::operator delete(p, std::align_val_t(64)); }
 
-  void build_rows() {
-    rows.assign(height, nullptr);
-    if (data == nullptr) return;
-    if (top_down) {
+  // Points the row table (already `height` long) at the buffer.
+  void fill_rows() {
+    if (data == nullptr) {
+      std::fill(rows.begin(), rows.end(), nullptr);
+    } else if (top_down) {
       for (uint32_t i = 0; i < height; ++i) rows[i] = data + size_t(stride) * i;
     } else {
       for (uint32_t i = 0; i < height; ++i) rows[height - 1 - i] = data + size_t(stride) * i;
