@@ -29,13 +29,20 @@ void PrintInfo(const img::file_info& info, bool json) {
   if (json) {
     Json j;
     j.begin_object()
-        .key("name").value(info.name)
-        .key("format").value(info.format)
-        .key("width").value(info.width)
-        .key("height").value(info.height)
-        .key("bit_count").value(info.bit_count)
-        .key("uncompressed").value(info.uncompressed)
-        .key("has_alpha").value(has_alpha)
+        .key("name")
+        .value(info.name)
+        .key("format")
+        .value(info.format)
+        .key("width")
+        .value(info.width)
+        .key("height")
+        .value(info.height)
+        .key("bit_count")
+        .value(info.bit_count)
+        .key("uncompressed")
+        .value(info.uncompressed)
+        .key("has_alpha")
+        .value(has_alpha)
         .end_object();
     std::printf("%s\n", j.str().c_str());
   } else {
@@ -52,8 +59,11 @@ void PrintInfo(const img::file_info& info, bool json) {
 std::string StagingName(const std::string& target) {
   std::random_device device;
   const fs::path t(target);
-  return (t.parent_path() / ("." + t.filename().string() + ".part" + std::to_string(device())))
-      .string();
+  std::string hidden = ".";
+  hidden += t.filename().string();
+  hidden += ".part";
+  hidden += std::to_string(device());
+  return (t.parent_path() / hidden).string();
 }
 
 }  // namespace
@@ -83,8 +93,8 @@ int RunConvert(const std::vector<std::string>& args) {
   const std::string& out = options.positional()[1];
   std::string staging;
   try {
-    std::string format = options.has("--format") ? options.value("--format")
-                                                 : img::upper_extension(out);
+    std::string format =
+        options.has("--format") ? options.value("--format") : img::upper_extension(out);
     if (format.empty())
       throw std::runtime_error("cannot tell the output format: give --format or an extension");
 
@@ -125,7 +135,8 @@ const Command kInfoCommand = {
     "Describes each image file: format (\"BMP\", \"TGA\", or \"???\" when the image\n"
     "library reads it), size, bits per pixel, compression and alpha.\n"
     "With --json, one JSON object per file and line:\n"
-    "  {\"name\", \"format\", \"width\", \"height\", \"bit_count\", \"uncompressed\", \"has_alpha\"}\n",
+    "  {\"name\", \"format\", \"width\", \"height\", \"bit_count\", \"uncompressed\", "
+    "\"has_alpha\"}\n",
     RunInfo};
 
 const Command kConvertCommand = {

@@ -29,15 +29,22 @@ int RunSequence(const std::vector<std::string>& args) {
       j.begin_object().key("frames").begin_array();
       for (const auto& f : frames) j.value(f);
       j.end_array()
-          .key("first_frame_number").value(first)
-          .key("width").value(size.width)
-          .key("height").value(size.height)
-          .key("pixel_aspect").begin_array().value(aspect.num).value(aspect.den).end_array()
+          .key("first_frame_number")
+          .value(first)
+          .key("width")
+          .value(size.width)
+          .key("height")
+          .value(size.height)
+          .key("pixel_aspect")
+          .begin_array()
+          .value(aspect.num)
+          .value(aspect.den)
+          .end_array()
           .end_object();
       std::printf("%s\n", j.str().c_str());
     } else {
-      std::printf("%zu frames, first frame number %u, %u x %u, pixel aspect %d/%d\n",
-                  frames.size(), first, size.width, size.height, aspect.num, aspect.den);
+      std::printf("%zu frames, first frame number %u, %u x %u, pixel aspect %d/%d\n", frames.size(),
+                  first, size.width, size.height, aspect.num, aspect.den);
       for (const auto& f : frames) std::printf("%s\n", f.c_str());
     }
     return 0;
@@ -88,10 +95,14 @@ int RunDemoShot(const std::vector<std::string>& args) {
     if (json) {
       Json j;
       j.begin_object()
-          .key("directory").value(dir.string())
-          .key("frames").value(shot.frames)
-          .key("key_frame").value(shot.key_frame)
-          .key("mask").value((dir / key_name).string())
+          .key("directory")
+          .value(dir.string())
+          .key("frames")
+          .value(shot.frames)
+          .key("key_frame")
+          .value(shot.key_frame)
+          .key("mask")
+          .value((dir / key_name).string())
           .end_object();
       std::printf("%s\n", j.str().c_str());
     } else {
@@ -115,7 +126,8 @@ const Command kSequenceCommand = {
     "strings) or an \".ais\" list (one file a line). Prints the count, the first\n"
     "frame number, the size of the first image and the pixel aspect it implies.\n"
     "With --json:\n"
-    "  {\"frames\": [...], \"first_frame_number\", \"width\", \"height\", \"pixel_aspect\": [num, den]}\n",
+    "  {\"frames\": [...], \"first_frame_number\", \"width\", \"height\", \"pixel_aspect\": [num, "
+    "den]}\n",
     RunSequence};
 
 const Command kDemoShotCommand = {

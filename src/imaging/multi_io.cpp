@@ -75,11 +75,12 @@ void multi_reader::extensions(std::vector<std::string>& out) const {
   union_extensions(members_, out);
 }
 
-std::string multi_reader::filter() const { return joined_filter(members_); }
+std::string multi_reader::filter() const {
+  return joined_filter(members_);
+}
 
 bool multi_reader::info(const std::string& name, const std::string& format, file_info* info) {
-  return ask_members(members_,
-                     [&](image_reader& m) { return m.info(name, format, info); });
+  return ask_members(members_, [&](image_reader& m) { return m.info(name, format, info); });
 }
 
 bool multi_reader::info(const std::string& name, file_info* info) {
@@ -118,7 +119,9 @@ void multi_writer::extensions(std::vector<std::string>& out) const {
   union_extensions(members_, out);
 }
 
-std::string multi_writer::filter() const { return joined_filter(members_); }
+std::string multi_writer::filter() const {
+  return joined_filter(members_);
+}
 
 uint64_t multi_writer::write(const std::string& name,
                              const std::string& format,

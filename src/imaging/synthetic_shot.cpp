@@ -14,9 +14,13 @@ uint32_t hash(int32_t x, int32_t y, uint32_t seed) {
   return h;
 }
 
-double lattice(int32_t x, int32_t y, uint32_t seed) { return (hash(x, y, seed) & 0xFFFF) / 65535.0; }
+double lattice(int32_t x, int32_t y, uint32_t seed) {
+  return (hash(x, y, seed) & 0xFFFF) / 65535.0;
+}
 
-double smooth(double t) { return t * t * (3 - 2 * t); }
+double smooth(double t) {
+  return t * t * (3 - 2 * t);
+}
 
 double value_noise(double u, double v, uint32_t seed) {
   const double fu = std::floor(u), fv = std::floor(v);
@@ -29,7 +33,9 @@ double value_noise(double u, double v, uint32_t seed) {
 }
 
 // Smooth ramp from 0 at the key frame, growing a little faster than linearly.
-double ease(int32_t distance) { return distance + 0.01 * distance * std::fabs(double(distance)); }
+double ease(int32_t distance) {
+  return distance + 0.01 * distance * std::fabs(double(distance));
+}
 
 }  // namespace
 
@@ -54,8 +60,8 @@ types::affine synthetic_shot::plate_motion(int32_t frame) const {
   const double cx = plate_left + plate_width / 2, cy = plate_top + plate_height / 2;
   // Rotate and scale about the plate's centre, then shift.
   const types::affine to_centre = types::affine::translation(-cx, -cy);
-  const types::affine turn{0, 0, s * std::cos(angle), -s * std::sin(angle), s * std::sin(angle),
-                           s * std::cos(angle)};
+  const types::affine turn{
+      0, 0, s * std::cos(angle), -s * std::sin(angle), s * std::sin(angle), s * std::cos(angle)};
   const types::affine back = types::affine::translation(cx + shift_x * t, cy + shift_y * t);
   return back * turn * to_centre;
 }

@@ -36,9 +36,16 @@ std::string Slurp(const std::filesystem::path& p) {
 
 Result Cli(const TempDir& dir, const std::vector<std::string>& args) {
   std::string command = Quote(VELOMAR_CLI);
-  for (const auto& a : args) command += " " + Quote(a);
+  for (const auto& a : args) {
+    command += ' ';
+    command += Quote(a);
+  }
   const auto out = dir.path() / ".stdout", err = dir.path() / ".stderr";
-  command += " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
+  command += " >";
+  command += Quote(out.string());
+  command += " 2>";
+  command += Quote(err.string());
+  command += " </dev/null";
   Result r;
   const int raw = std::system(command.c_str());
   r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
@@ -83,7 +90,8 @@ TEST_F(CliOnDemoShot, SequenceListsTheFramesInOrder) {
                        "\"], \"first_frame_number\": 0, \"width\": 1280, \"height\": 720, "
                        "\"pixel_aspect\": [1, 1]}\n");
   const Result text = Cli(work_, {"sequence", Frame(0)});
-  EXPECT_THAT(text.out, StartsWith("3 frames, first frame number 0, 1280 x 720, pixel aspect 1/1\n"));
+  EXPECT_THAT(text.out,
+              StartsWith("3 frames, first frame number 0, 1280 x 720, pixel aspect 1/1\n"));
 }
 
 TEST_F(CliOnDemoShot, ConvertWritesTheOtherFormatAndPrintsItsSize) {

@@ -88,7 +88,7 @@ TEST(ExpandNumberedName, UnreadableNamedFileFails) {
   WriteFile(dir / "junk_0001.bmp", std::string_view("not an image at all"));
   std::vector<std::string> frames;
   img::frame_size size;
-  for (const std::string name : {dir / "missing_0001.bmp", dir / "junk_0001.bmp"}) {
+  for (const std::string& name : {dir / "missing_0001.bmp", dir / "junk_0001.bmp"}) {
     try {
       img::read_image_list(name, frames, size);
       ADD_FAILURE() << name;
@@ -103,14 +103,15 @@ TEST(AisList, StripsOneQuoteEachSideDropsBlankLinesAndResolvesAgainstWorkingFold
   std::filesystem::create_directory(dir.path() / "frames");
   WriteImage(dir / "frames/x1.bmp", 6, 4);
   WriteImage(dir / "frames/x2.bmp", 8, 8);
-  WriteFile(dir / "list.AIS", std::string_view("\"frames/x1.bmp\"\r\n\r\n\"\"\nframes\\x2.bmp\n\n"));
+  WriteFile(dir / "list.AIS",
+            std::string_view("\"frames/x1.bmp\"\r\n\r\n\"\"\nframes\\x2.bmp\n\n"));
   WorkingDirectory cwd(dir.path());
   std::vector<std::string> frames;
   img::frame_size size;
   img::read_image_list("list.AIS", frames, size);
   const auto here = std::filesystem::current_path();
-  EXPECT_THAT(frames, ElementsAre((here / "frames/x1.bmp").string(),
-                                  (here / "frames/x2.bmp").string()));
+  EXPECT_THAT(frames,
+              ElementsAre((here / "frames/x1.bmp").string(), (here / "frames/x2.bmp").string()));
   EXPECT_EQ(size, (img::frame_size{6, 4}));
 }
 

@@ -137,8 +137,8 @@ TEST(MultiWriter, FirstMemberThatTakesTheFormatWritesAndLastFailureReachesCaller
   EXPECT_EQ(writer.write("f", "TGA", picture, true), 100u);
   EXPECT_EQ(writer.write("f", "PNG", picture, true), 100u);
   EXPECT_THROW(writer.write("f", "XYZ", picture, true), img::io_error);
-  EXPECT_THAT(log, ElementsAre("native.TGA", "native.PNG", "library.PNG", "native.XYZ",
-                               "library.XYZ"));
+  EXPECT_THAT(log,
+              ElementsAre("native.TGA", "native.PNG", "library.PNG", "native.XYZ", "library.XYZ"));
 }
 
 }  // namespace

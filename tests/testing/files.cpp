@@ -10,7 +10,8 @@ namespace testing_support {
 
 TempDir::TempDir() {
   const char* root = std::getenv("VELOMAR_TEST_TMP");
-  std::filesystem::path base = root ? std::filesystem::path(root) : std::filesystem::temp_directory_path();
+  std::filesystem::path base =
+      root ? std::filesystem::path(root) : std::filesystem::temp_directory_path();
   std::random_device device;
   for (int attempt = 0; attempt < 100; ++attempt) {
     auto candidate = base / ("velomar-test-" + std::to_string(device()));
@@ -29,15 +30,23 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ec);
 }
 
-std::string TempDir::operator/(std::string_view file) const { return (path_ / file).string(); }
+std::string TempDir::operator/(std::string_view file) const {
+  return (path_ / file).string();
+}
 
 Bytes& Bytes::u8(uint32_t v) {
   data_.push_back(uint8_t(v));
   return *this;
 }
-Bytes& Bytes::u16(uint32_t v) { return u8(v).u8(v >> 8); }
-Bytes& Bytes::u32(uint32_t v) { return u16(v).u16(v >> 16); }
-Bytes& Bytes::i32(int32_t v) { return u32(uint32_t(v)); }
+Bytes& Bytes::u16(uint32_t v) {
+  return u8(v).u8(v >> 8);
+}
+Bytes& Bytes::u32(uint32_t v) {
+  return u16(v).u16(v >> 16);
+}
+Bytes& Bytes::i32(int32_t v) {
+  return u32(uint32_t(v));
+}
 Bytes& Bytes::raw(std::string_view text) {
   data_.insert(data_.end(), text.begin(), text.end());
   return *this;
@@ -66,7 +75,8 @@ void WriteFile(const std::string& name, std::string_view text) {
 std::vector<uint8_t> ReadFile(const std::string& name) {
   std::ifstream in(name, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + name);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
 }
 
 }  // namespace testing_support
