@@ -16,8 +16,15 @@ std::string ReportText(const std::string& operation, const std::string& text) {
 std::string FailureText(const std::exception& e) {
   std::string text = e.what();
   if (const auto* io = dynamic_cast<const img::io_error*>(&e)) {
-    if (!io->file().empty() && text.find(io->file()) == std::string::npos)
-      text += ": " + io->file();
+    if (!io->file().empty() && text.find(io->file()) == std::string::npos) {
+      text += ": ";
+      text += io->file();
+    }
+    if (!io->detail().empty()) {
+      text += " (";
+      text += io->detail();
+      text += ")";
+    }
   }
   return text;
 }
