@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "imaging/bitmap.h"
+#include "imaging/io_types.h"
 
 namespace fuzz_support {
 
@@ -94,6 +95,38 @@ inline bool same_picture(const img::image& a, const img::image& b) {
   for (uint32_t y = 0; y < a.height; ++y)
     if (std::memcmp(a.rows[y], b.rows[y], size_t(a.width) * 4) != 0) return false;
   return true;
+}
+
+// The body of a native codec's fuzz target. Only img::io_error (and its kin)
+// may leave the reader; a file it takes must also pass its own sniff with the
+// same size, and survive a write and a second read unchanged.
+template <class Info, class Read, class Write>
+int round_trip(const uint8_t* data, size_t size, Info info, Read read, Write write) {
+  memory_stream sniff(data, size);
+  img::file_info described;
+  const bool known = info(sniff, &described);
+
+  memory_stream in(data, size);
+  img::image picture;
+  try {
+    read(in, picture);
+  } catch (const img::io_error&) {
+    return 0;
+  }
+  if (!known || described.width != picture.width || described.height != picture.height)
+    std::abort();
+  check_image(picture);
+
+  if (picture.size <= (1u << 22)) {
+    std::ostringstream out;
+    write(out, picture, true);
+    const std::vector<uint8_t> again = bytes_of(out);
+    memory_stream back(again.data(), again.size());
+    img::image second;
+    read(back, second);
+    if (!same_picture(picture, second)) std::abort();
+  }
+  return 0;
 }
 
 }  // namespace fuzz_support

@@ -46,6 +46,21 @@ uint64_t bytes_from(std::istream& in, std::streamoff from);
 void check_fits(const char* text, uint64_t width, uint64_t height);
 void check_claim(const char* text, uint64_t claimed, uint64_t left);
 
+// Runs `read_checked(in)` with the stream's exception mask raised. An
+// io_error passes unchanged; any other failure (a short file, a failed
+// stream, memory) becomes io_error(`text`): one text for all of them.
+template <class ReadChecked>
+void translate_read_errors(const char* text, std::istream& in, ReadChecked read_checked) {
+  try {
+    in.exceptions(std::ios::failbit | std::ios::badbit);
+    read_checked(in);
+  } catch (const io_error&) {
+    throw;
+  } catch (const std::exception&) {
+    throw io_error(text);
+  }
+}
+
 // ASCII comparison without regard to case.
 bool iequals(const std::string& a, const char* b);
 // Whether the last four characters of `name` are `ext4` (".BMP"), without regard to case.

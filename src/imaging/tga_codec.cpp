@@ -344,15 +344,7 @@ bool info(std::istream& in, file_info* out) {
 }
 
 void read(std::istream& in, image& out) {
-  try {
-    in.exceptions(std::ios::failbit | std::ios::badbit);
-    read_checked(in, out);
-  } catch (const io_error&) {
-    throw;
-  } catch (const std::exception&) {
-    // A short file, a failed stream, or memory: one text for all.
-    throw io_error(kReadError);
-  }
+  codec::translate_read_errors(kReadError, in, [&](std::istream& s) { read_checked(s, out); });
 }
 
 uint64_t write(std::ostream& out, const image& picture, bool with_alpha) {
