@@ -30,16 +30,14 @@ TEST(Enums, EveryFileWordRoundTrips) {
   ExpectEveryRowRoundTrips<MotionEstimation>();
 }
 
-TEST(Enums, UnknownOrMiscasedWordFailsAndLeavesValue) {
+TEST(Enums, WordsAreReadOneAtATimeAndUnknownOrMiscasedOnesFail) {
   for (const char* text : {"Affine", "AFFINE", "rigid+scale", "affine2", ""}) {
     std::istringstream in(text);
     TransformClass value = TransformClass::Rigid;
     EXPECT_FALSE(in >> value) << '"' << text << '"';
     EXPECT_EQ(value, TransformClass::Rigid) << text;
   }
-}
-
-TEST(Enums, WordsAreReadOneAtATime) {
+  // Whitespace ends a word; a failed read leaves the value.
   std::istringstream in("  fast\tintensive\nNormal");
   MotionEstimation a{}, b{}, c = MotionEstimation::Fastest;
   EXPECT_TRUE(in >> a >> b);

@@ -66,20 +66,6 @@ class Recorder : public sys::CWorkThread<int> {
   std::vector<int> done_;
 };
 
-TEST(WorkThread, WorksOffTheQueueBeforeTerminating) {
-  Recorder w;
-  w.hold = 0;
-  w.Add(0);
-  w.holding.wait();
-  for (int i = 1; i <= 4; ++i) w.Add(i);
-  std::thread stopper([&] { w.Stop(); });
-  while (!w.Terminating()) std::this_thread::yield();  // set with four items queued
-  w.gate.set();
-  stopper.join();
-  EXPECT_EQ(w.Done(), (std::vector<int>{0, 1, 2, 3, 4}));
-  EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));  // set again after the body
-}
-
 TEST(WorkThread, IdleEventIsClearExactlyWhileWorkIsQueued) {
   Recorder w(false);
   EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));
@@ -104,17 +90,25 @@ TEST(WorkThread, IdleEventIsClearExactlyWhileWorkIsQueued) {
   }
 }
 
-TEST(WorkThread, FailingItemIsLoggedAndTheWorkerGoesOnWithTheNext) {
+TEST(WorkThread, WorksOffTheQueueBeforeTerminatingAndGoesOnPastAFailingItem) {
   std::ostringstream log;
   std::streambuf* old_log = std::clog.rdbuf(log.rdbuf());
   {
     Recorder w;
+    w.hold = 0;
     w.bad = 2;
+    w.Add(0);
+    w.holding.wait();
     for (int i = 1; i <= 4; ++i) w.Add(i);
-    w.WaitIdle();
-    EXPECT_EQ(w.Done(), (std::vector<int>{1, 3, 4}));
-    EXPECT_FALSE(w.Stop());  // once a run failed, the thread's result is false
+    bool result = true;
+    std::thread stopper([&] { result = w.Stop(); });
+    while (!w.Terminating()) std::this_thread::yield();  // set with four items queued
+    w.gate.set();
+    stopper.join();
+    EXPECT_EQ(w.Done(), (std::vector<int>{0, 1, 3, 4}));
+    EXPECT_FALSE(result);  // once a run failed, the thread's result is false
     EXPECT_TRUE(w.HasEnded());
+    EXPECT_TRUE(w.WaitIdleFor(std::chrono::nanoseconds(0)));  // set again after the body
   }
   std::clog.rdbuf(old_log);
   EXPECT_EQ(log.str(), "\nthread error: bad item 2");
