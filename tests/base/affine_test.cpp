@@ -23,12 +23,9 @@ TEST(Affine, CompositionAppliesRightOperandFirst) {
 TEST(Affine, InverseUndoesTheMap) {
   const affine m{3.5, -2.25, 1.2, 0.3, -0.4, 0.9};
   const affine r = m.inverse() * m;
-  EXPECT_NEAR(r.xx, 1, 1e-15);
-  EXPECT_NEAR(r.xy, 0, 1e-15);
-  EXPECT_NEAR(r.yx, 0, 1e-15);
-  EXPECT_NEAR(r.yy, 1, 1e-15);
-  EXPECT_NEAR(r.x, 0, 1e-14);
-  EXPECT_NEAR(r.y, 0, 1e-14);
+  for (double affine::*field :
+       {&affine::xx, &affine::xy, &affine::yx, &affine::yy, &affine::x, &affine::y})
+    EXPECT_NEAR(r.*field, affine::identity().*field, 1e-14);
 }
 
 TEST(Affine, LogFormListsLinearPartThenTranslation) {

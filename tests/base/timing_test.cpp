@@ -30,9 +30,6 @@ TEST(Timing, RepeatedStagesShareANodeAndParentsExcludeTimedChildren) {
   }
   const timing::node& root = t.root();
   EXPECT_EQ(&t.current(), &root);
-  EXPECT_EQ(root.name, "root");
-  EXPECT_EQ(root.calls_count, 0u);
-  EXPECT_EQ(root.node_time + root.subtree_time + root.node_count + root.subtree_count, 0);
   ASSERT_EQ(root.children.size(), 1u);
   const timing::node& frame = root.children.at("frame");
   ASSERT_EQ(frame.children.size(), 2u);
