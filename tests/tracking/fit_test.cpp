@@ -20,6 +20,7 @@ using tracking::Point;
 using tracking_test::ExpectNear;
 using tracking_test::Rotation;
 using types::affine;
+using enum TransformClass;
 using Pairs = std::vector<std::pair<Point, Point>>;
 
 // Coefficients, highest first and the leading 1 left out, of the monic
@@ -97,10 +98,10 @@ bool Fit(TransformClass model, const Pairs& pairs, affine& out) {
   tracking::SimilarityFit s;
   tracking::AffineFit a;
   for (const auto& [p, q] : pairs) t.add(p, q, 1), s.add(p, q, 1), a.add(p, q, 1);
-  return model == TransformClass::Translation  ? t.solve(out)
-         : model == TransformClass::Rigid      ? s.solve_rigid(out)
-         : model == TransformClass::RigidScale ? s.solve_rigid_scale(out)
-                                               : a.solve(out);
+  return model == Translation  ? t.solve(out)
+         : model == Rigid      ? s.solve_rigid(out)
+         : model == RigidScale ? s.solve_rigid_scale(out)
+                               : a.solve(out);
 }
 
 Pairs Moved(const affine& m, double noise = 0) {
@@ -118,11 +119,11 @@ Pairs Moved(const affine& m, double noise = 0) {
 
 TEST(PointSetFit, RecoversKnownMotionsInSinglePrecision) {
   const std::pair<TransformClass, affine> cases[] = {
-      {TransformClass::Translation, affine::translation(3.25, -7.5)},
-      {TransformClass::Rigid, Rotation(12, 1, 5, -3)},
-      {TransformClass::Rigid, Rotation(90, 1, 0, 0)},
-      {TransformClass::RigidScale, Rotation(-7, 1.08, -2, 9)},
-      {TransformClass::Affine, affine{4, -6, 1.05, 0.07, -0.03, 0.96}}};
+      {Translation, affine::translation(3.25, -7.5)},
+      {Rigid, Rotation(12, 1, 5, -3)},
+      {Rigid, Rotation(90, 1, 0, 0)},
+      {RigidScale, Rotation(-7, 1.08, -2, 9)},
+      {Affine, affine{4, -6, 1.05, 0.07, -0.03, 0.96}}};
   for (const auto& [model, motion] : cases) {
     SCOPED_TRACE(testing::Message() << int(model) << ": " << motion);
     affine got;
@@ -140,24 +141,24 @@ TEST(PointSetFit, RecoversKnownMotionsInSinglePrecision) {
 TEST(PointSetFit, DegenerateSetsFailAndLeaveTheOutputAlone) {
   const affine untouched{9, 9, 9, 9, 9, 9};
   affine got = untouched;
-  for (const auto m : {TransformClass::Rigid, TransformClass::RigidScale, TransformClass::Affine})
+  for (const auto m : {Rigid, RigidScale, Affine})
     EXPECT_FALSE(Fit(m, Pairs(5, {{3, 4}, {5, 6}}), got));  // all p equal
   // All p on one line: only the affine fit fails.
   Pairs line;
   for (int i = 0; i < 6; ++i) line.push_back({{double(i), 2.0 * i}, {i + 1.0, 2.0 * i - 1}});
-  EXPECT_FALSE(Fit(TransformClass::Affine, line, got));
+  EXPECT_FALSE(Fit(Affine, line, got));
   EXPECT_EQ(got, untouched);
-  EXPECT_TRUE(Fit(TransformClass::Rigid, line, got));
-  EXPECT_TRUE(Fit(TransformClass::RigidScale, line, got));
+  EXPECT_TRUE(Fit(Rigid, line, got));
+  EXPECT_TRUE(Fit(RigidScale, line, got));
   // No pairs at all: the translation has no weight and gives the identity.
-  EXPECT_TRUE(Fit(TransformClass::Translation, {}, got));
+  EXPECT_TRUE(Fit(Translation, {}, got));
   EXPECT_EQ(got, affine::identity());
 }
 
 TEST(PointSetFit, RigidKeepsTheRotationOfAScaledMotionAndFitsTheMeans) {
   const Pairs pairs = Moved(Rotation(20, 2, 1, 2));
   affine rigid;
-  ASSERT_TRUE(Fit(TransformClass::Rigid, pairs, rigid));
+  ASSERT_TRUE(Fit(Rigid, pairs, rigid));
   ExpectNear(rigid, Rotation(20, 1, 0, 0), 1e-6, 1e9);
   double px = 0, py = 0, qx = 0, qy = 0, mx, my;
   for (const auto& [p, q] : pairs) px += p.x, py += p.y, qx += q.x, qy += q.y;
@@ -171,24 +172,24 @@ TEST(Match, LogsTheModelAndTheResultAndFallsBackToTheIdentity) {
   for (const Point& p : kPoints) segments.push_back({p.x, p.y, 3, -2});
   std::ostringstream log;
   affine out;
-  tracking::match(segments, TransformClass::Translation, out, &log);
+  tracking::match(segments, Translation, out, &log);
   EXPECT_EQ(log.str(), "Matching point sets with translation motion...\n1 0 0 1 3 -2\n");
   EXPECT_EQ(out, affine::translation(3, -2));
   log.str("");
-  tracking::match(segments, TransformClass::RigidScale, out, &log);
+  tracking::match(segments, RigidScale, out, &log);
   EXPECT_EQ(log.str().rfind("Matching point sets with rigid+scale motion...\n", 0), 0u);
   ExpectNear(out, affine::translation(3, -2), 1e-9, 1e-6);
   // The model without a name does nothing at all.
   log.str("");
   out = {1, 2, 3, 4, 5, 6};
-  tracking::match(segments, TransformClass::Affine1, out, &log);
+  tracking::match(segments, Affine1, out, &log);
   EXPECT_EQ(out, (affine{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(log.str(), "");
   // A degenerate grid still gives a usable transformation.
   const std::vector<tracking::SegmentMotion> one(4, {50, 60, 2, 2});
-  tracking::match(one, TransformClass::Affine, out, nullptr);
+  tracking::match(one, Affine, out, nullptr);
   EXPECT_EQ(out, affine::identity());
-  tracking::match(one, TransformClass::Translation, out, nullptr);
+  tracking::match(one, Translation, out, nullptr);
   EXPECT_EQ(out, affine::translation(2, 2));
 }
 
