@@ -4,197 +4,118 @@
 #include <stdexcept>
 #include <streambuf>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "base/errors.h"
+#include "exchange/ae5_keyframe_data.h"
 #include "exchange/motion_json.h"
 
 namespace {
 
 using types::affine;
 
-// One frame, numbered 3, of a 100 x 50 composition at 25 frames per second,
-// moved by a shear-and-scale with an initial transform. Expected values come
-// from the formulas worked independently, rounded to six digits.
+// Frame 3 of a 100 x 50 composition at 25 fps, a shear-and-scale after an initial
+// transform; expected values are the formulas worked independently.
 const FrameFormat kFormat{100, 50, 25, 1, 1};
+const std::string kHeader =
+    "Adobe After Effects 5.0 Keyframe Data\n\n\tUnits Per Second\t25\n\tSource Width\t100\n"
+    "\tSource Height\t50\n\tSource Pixel Aspect Ratio\t1\n\tComp Pixel Aspect Ratio\t1\n";
+const std::string kFooter = "\n\nEnd of Keyframe Data\n";
 
 Transformations OneFrame(ExportModel model) {
   Transformations record;
   record.Own() = {affine{4, -6, 1.2, 0.3, -0.1, 0.9}};
   record.InitialTransform = affine::translation(2, 1);
   record.ExportInaccuracy = 0.5f;
-  record.Task = TaskType::Tracking;
   record.ExportModel = model;
   record.first = 3;
   return record;
 }
 
-const char kHeader[] =
-    "Adobe After Effects 5.0 Keyframe Data\n\n\tUnits Per Second\t25\n\tSource Width\t100\n"
-    "\tSource Height\t50\n\tSource Pixel Aspect Ratio\t1\n\tComp Pixel Aspect Ratio\t1\n";
-const char kFooter[] = "\n\nEnd of Keyframe Data\n";
-
-struct TextCase {
-  const char* model;  // file word
-  const char* blocks;
-};
-
-class OneFrameText : public ::testing::TestWithParam<TextCase> {};
-
-TEST_P(OneFrameText, IsByteExact) {
-  const auto model = FromFileWord<ExportModel>(GetParam().model);
-  ASSERT_TRUE(model);
+std::string Text(const FrameFormat& format, const Transformations& record) {
   std::ostringstream out;
-  WriteKeyframeText(out, kFormat, OneFrame(*model));
-  EXPECT_EQ(out.str(), std::string(kHeader) + GetParam().blocks + kFooter);
+  WriteKeyframeText(out, format, record);
+  return out.str();
 }
 
-INSTANTIATE_TEST_SUITE_P(Models,
-                         OneFrameText,
-                         ::testing::Values(TextCase{"Translation",
-                                                    "\n"
-                                                    "Position\n"
-                                                    "\tFrame\tX pixels\tY pixels\tZ pixels\n"
-                                                    "\t3\t74.2\t12.2\t0\n"},
-                                           TextCase{"Rigid",
-                                                    "\n"
-                                                    "Position\n"
-                                                    "\tFrame\tX pixels\tY pixels\tZ pixels\n"
-                                                    "\t3\t74.2\t12.2\t0\n"
-                                                    "\n"
-                                                    "Rotation\n"
-                                                    "\tFrame\tdegrees\n"
-                                                    "\t3\t-10.7843\n"},
-                                           TextCase{"RigidScale",
-                                                    "\n"
-                                                    "Position\n"
-                                                    "\tFrame\tX pixels\tY pixels\tZ pixels\n"
-                                                    "\t3\t74.2\t12.2\t0\n"
-                                                    "\n"
-                                                    "Scale\n"
-                                                    "\tFrame\tX percent\tY percent\tZ percent\n"
-                                                    "\t3\t106.888\t106.888\t0\n"
-                                                    "\n"
-                                                    "Rotation\n"
-                                                    "\tFrame\tdegrees\n"
-                                                    "\t3\t-10.7843\n"},
-                                           TextCase{"Affine3",
-                                                    "\n"
-                                                    "Position\n"
-                                                    "\tFrame\tX pixels\tY pixels\tZ pixels\n"
-                                                    "\t3\t74.2\t12.2\t0\n"
-                                                    "\n"
-                                                    "Scale\n"
-                                                    "\tFrame\tX percent\tY percent\tZ percent\n"
-                                                    "\t3\t117.004\t94.8683\t0\n"
-                                                    "\n"
-                                                    "Rotation\n"
-                                                    "\tFrame\tdegrees\n"
-                                                    "\t3\t-18.4349\n"
-                                                    "\n"
-                                                    "Skew\tTransform\tEffect Parameter #6\n"
-                                                    "\tFrame\n"
-                                                    "\t3\t16.6992\n"},
-                                           TextCase{
-                                               "Affine1",
-                                               "\n"
-                                               "Position\tTransform\tEffect Parameter #2\n"
-                                               "\tFrame\tX pixels\tY pixels\n"
-                                               "\t3\t74.2\t12.2\n"
-                                               "\n"
-                                               "Uniform Scale\tTransform\tEffect Parameter #3\n"
-                                               "\tFrame\n"
-                                               "\t3\t0\n"
-                                               "\n"
-                                               "Scale Height\tTransform\tEffect Parameter #4\n"
-                                               "\tFrame\n"
-                                               "\t3\t94.8683\n"
-                                               "\n"
-                                               "Scale Width\tTransform\tEffect Parameter #5\n"
-                                               "\tFrame\n"
-                                               "\t3\t117.004\n"
-                                               "\n"
-                                               "Skew\tTransform\tEffect Parameter #6\n"
-                                               "\tFrame\n"
-                                               "\t3\t13.6713\n"
-                                               "\n"
-                                               "Skew Axis\tTransform\tEffect Parameter #7\n"
-                                               "\tFrame\tdegrees\n"
-                                               "\t3\t18.4349\n"
-                                               "\n"
-                                               "Rotation\tTransform\tEffect Parameter #8\n"
-                                               "\tFrame\tdegrees\n"
-                                               "\t3\t-18.4349\n"},
-                                           TextCase{"Affine2",
-                                                    "\n"
-                                                    "Position\tTransform\tEffect Parameter #2\n"
-                                                    "\tFrame\tX pixels\tY pixels\n"
-                                                    "\t3\t74.2\t12.2\n"
-                                                    "\n"
-                                                    "Scale Height\tTransform\tEffect Parameter #4\n"
-                                                    "\tFrame\n"
-                                                    "\t3\t105.357\n"
-                                                    "\n"
-                                                    "Skew\tTransform\tEffect Parameter #6\n"
-                                                    "\tFrame\n"
-                                                    "\t3\t-18.8922\n"
-                                                    "\n"
-                                                    "Skew Axis\tTransform\tEffect Parameter #7\n"
-                                                    "\tFrame\tdegrees\n"
-                                                    "\t3\t-61.3079\n"
-                                                    "\n"
-                                                    "Rotation\tTransform\tEffect Parameter #8\n"
-                                                    "\tFrame\tdegrees\n"
-                                                    "\t3\t-1.07435\n"},
-                                           TextCase{"CornerPin",
-                                                    "\n"
-                                                    "Upper Left\tCorner Pin\tEffect Parameter #1\n"
-                                                    "\tFrame\tX pixels\tY pixels\n"
-                                                    "\t3\t6.7\t-5.3\n"
-                                                    "\n"
-                                                    "Upper Right\tCorner Pin\tEffect Parameter #2\n"
-                                                    "\tFrame\tX pixels\tY pixels\n"
-                                                    "\t3\t126.7\t-15.3\n"
-                                                    "\n"
-                                                    "Lower Left\tCorner Pin\tEffect Parameter #3\n"
-                                                    "\tFrame\tX pixels\tY pixels\n"
-                                                    "\t3\t21.7\t39.7\n"
-                                                    "\n"
-                                                    "Lower Right\tCorner Pin\tEffect Parameter #4\n"
-                                                    "\tFrame\tX pixels\tY pixels\n"
-                                                    "\t3\t141.7\t29.7\n"}),
-                         [](const auto& info) { return std::string(info.param.model); });
-
-TEST(WriteKeyframeText, AutoWritesTheChosenModel) {
-  std::ostringstream automatic, mixed;
-  WriteKeyframeText(automatic, kFormat, OneFrame(ExportModel::Auto));
-  WriteKeyframeText(mixed, kFormat, OneFrame(ExportModel::Affine3));
-  EXPECT_EQ(automatic.str(), mixed.str());
+std::string Block(const std::string& header, const char* columns, const char* row) {
+  return "\n" + header + "\n\tFrame" + columns + "\n\t3\t" + row + "\n";
+}
+std::string Effect(const char* name, const char* effect, int index) {
+  return std::string(name) + "\t" + effect + "\tEffect Parameter #" + std::to_string(index);
 }
 
-TEST(WriteKeyframeText, PixelAspectIsTheFloatQuotient) {
-  std::ostringstream out;
-  WriteKeyframeText(out, {720, 576, 25, 768, 720}, OneFrame(ExportModel::Translation));
-  EXPECT_THAT(out.str(), ::testing::HasSubstr("\tSource Pixel Aspect Ratio\t1.06667\n"
-                                              "\tComp Pixel Aspect Ratio\t1.06667\n"));
+TEST(WriteKeyframeText, OneFrameIsByteExactUnderEveryModel) {
+  const char* xy = "\tX pixels\tY pixels";
+  const char* deg = "\tdegrees";
+  const auto place = [](const char* row) {
+    return Block("Position", "\tX pixels\tY pixels\tZ pixels", row);
+  };
+  const std::string position = place("74.2\t12.2\t0");
+  const std::string rotation = Block("Rotation", deg, "-10.7843");
+  const auto scale = [](const char* row) {
+    return Block("Scale", "\tX percent\tY percent\tZ percent", row);
+  };
+  const auto transform = [](int index, const char* name, const char* columns, const char* row) {
+    return Block(Effect(name, "Transform", index), columns, row);
+  };
+  const auto pin = [&](int index, const char* name, const char* row) {
+    return Block(Effect(name, "Corner Pin", index), xy, row);
+  };
+  const std::vector<std::pair<const char*, std::string>> cases = {
+      {"Translation", position},
+      {"Rigid", position + rotation},
+      {"RigidScale", position + scale("106.888\t106.888\t0") + rotation},
+      {"Affine3", position + scale("117.004\t94.8683\t0") + Block("Rotation", deg, "-18.4349") +
+                      transform(6, "Skew", "", "16.6992")},
+      {"Affine1",
+       transform(2, "Position", xy, "74.2\t12.2") + transform(3, "Uniform Scale", "", "0") +
+           transform(4, "Scale Height", "", "94.8683") +
+           transform(5, "Scale Width", "", "117.004") + transform(6, "Skew", "", "13.6713") +
+           transform(7, "Skew Axis", deg, "18.4349") + transform(8, "Rotation", deg, "-18.4349")},
+      {"Affine2",
+       transform(2, "Position", xy, "74.2\t12.2") + transform(4, "Scale Height", "", "105.357") +
+           transform(6, "Skew", "", "-18.8922") + transform(7, "Skew Axis", deg, "-61.3079") +
+           transform(8, "Rotation", deg, "-1.07435")},
+      {"CornerPin", pin(1, "Upper Left", "6.7\t-5.3") + pin(2, "Upper Right", "126.7\t-15.3") +
+                        pin(3, "Lower Left", "21.7\t39.7") + pin(4, "Lower Right", "141.7\t29.7")},
+  };
+  for (const auto& [word, blocks] : cases) {
+    const auto model = FromFileWord<ExportModel>(word);
+    ASSERT_TRUE(model) << word;
+    EXPECT_EQ(Text(kFormat, OneFrame(*model)), kHeader + blocks + kFooter) << word;
+  }
+  EXPECT_EQ(Text(kFormat, OneFrame(ExportModel::Auto)),
+            Text(kFormat, OneFrame(ExportModel::Affine3)));
+  // Compensation writes the inverse motion and ignores the initial transform.
+  Transformations compensation = OneFrame(ExportModel::RigidScale);
+  compensation.Task = TaskType::Compensation;
+  EXPECT_EQ(Text(kFormat, compensation), kHeader + place("28.9189\t37.6577\t0") +
+                                             scale("96.2953\t96.2953\t0") +
+                                             Block("Rotation", deg, "10.7843") + kFooter);
+  // The pixel aspect is the float quotient.
+  EXPECT_THAT(Text({720, 576, 25, 768, 720}, OneFrame(ExportModel::Translation)),
+              ::testing::HasSubstr("\tSource Pixel Aspect Ratio\t1.06667\n"
+                                   "\tComp Pixel Aspect Ratio\t1.06667\n"));
 }
 
 TEST(WriteKeyframeText, NothingToExportOrUnknownModelThrowsBeforeWriting) {
   Transformations empty = OneFrame(ExportModel::Rigid);
   empty.Own().clear();
-  Transformations unknown = OneFrame(ExportModel(8));
-  for (const Transformations* record : {&empty, &unknown}) {
+  for (const Transformations& record :
+       {empty, OneFrame(ExportModel(8)), OneFrame(ExportModel(-1))}) {
     std::ostringstream out;
-    EXPECT_THROW(WriteKeyframeText(out, kFormat, *record), xtd::exception);
+    EXPECT_THROW(WriteKeyframeText(out, kFormat, record), xtd::exception);
     EXPECT_EQ(out.str(), "");
   }
 }
 
-// A stream that throws on failure, as the file command sets it up: the
-// failure reaches the caller, and the footer written while the applicator is
-// destroyed during unwinding must not end the program.
+// A stream that throws on failure (as the file command sets it up): the failure
+// reaches the caller, and the footer written during unwinding must not terminate.
 TEST(WriteKeyframeText, FailingStreamReportsAsTheStreamSays) {
   struct RefusingBuffer : std::streambuf {
     int overflow(int) override { return traits_type::eof(); }
@@ -204,10 +125,46 @@ TEST(WriteKeyframeText, FailingStreamReportsAsTheStreamSays) {
   EXPECT_THROW(WriteKeyframeText(out, kFormat, OneFrame(ExportModel::Rigid)), std::ios::failure);
 }
 
+// What the models never write: rows padded to the block's columns, a pair in a
+// one-column block (no row end), unknown blocks (nothing, columns kept), magnitudes.
+TEST(AE5KeyframeData, RowsFollowTheColumnCountOfTheirBlock) {
+  std::ostringstream out;
+  {
+    AE5KeyframeData d(out, 0, 10, 25, 100, 50, 1.0f);
+    d.SelectEffect("Transform");
+    d.SelectEffectParameter(2);
+    d.AddKeyframe(-3, 1234.5678, 0.000012345678);
+    d.AddKeyframe(6, 0.1 + 0.2);
+    d.SelectLayerParameter(1);
+    d.AddKeyframe(4, 1234567.0, -1e-300);
+    d.AddKeyframe(6, 100.0);
+    for (int unknown : {4, 0}) d.SelectLayerParameter(unknown);
+    // Effect names compare case-sensitively.
+    for (auto [effect, unknown] :
+         {std::pair{"Transform", 1}, {"Transform", 9}, {"transform", 2}, {"Corner Pin", 5}}) {
+      d.SelectEffect(effect);
+      d.SelectEffectParameter(unknown);
+    }
+    d.AddKeyframe(1, 2.0);
+    d.SelectEffect("Transform");
+    d.SelectLayerParameter(3);
+    d.SelectEffectParameter(6);  // the layer parameter cleared the effect: nothing
+    d.AddKeyframe(5, 1.5, -2);
+    d.AddKeyframe(6, 0.25);
+  }
+  EXPECT_EQ(out.str(),
+            kHeader +
+                "\nPosition\tTransform\tEffect Parameter #2\n\tFrame\tX pixels\tY pixels\n"
+                "\t-3\t1234.57\t1.23457e-05\n\t6\t0.3\t0\n"
+                "\nPosition\n\tFrame\tX pixels\tY pixels\tZ pixels\n"
+                "\t4\t1.23457e+06\t-1e-300\t0\n\t6\t100\t0\t0\n\t1\t2\t0\t0\n"
+                "\nRotation\n\tFrame\tdegrees\n\t5\t1.5\t-2\t6\t0.25\n" +
+                kFooter);
+}
+
 TEST(ClipboardText, PutsACarriageReturnBeforeEveryLineFeed) {
   EXPECT_EQ(ClipboardText("a\n\nb\tc\n"), "a\r\n\r\nb\tc\r\n");
   EXPECT_EQ(ClipboardText("no line end"), "no line end");
-  EXPECT_EQ(ClipboardText(""), "");
 }
 
 TEST(MotionJson, ListsTheTaskTransformAndCornersOfEachFrame) {
@@ -224,15 +181,12 @@ TEST(MotionJson, ListsTheTaskTransformAndCornersOfEachFrame) {
             "{\"frame\": 8, \"matrix\": [0.5, -0, -0, 0.5, 0, 0], "
             "\"corners\": [[0, 0], [5, 0], [0, 10], [5, 10]]}\n"
             "]}\n");
-}
-
-TEST(MotionJson, TrackingCarriesTheInitialTransformAndSingularFramesGiveNull) {
-  Transformations record;
+  // Tracking carries the initial transform; a singular frame compensated is null.
+  record.Task = TaskType::Tracking;
   record.Own() = {affine::translation(0.1, 0)};
   record.InitialTransform = affine::translation(0.2, 0);
-  const std::string tracking = MotionJson({4, 4, 25, 1, 1}, record);
-  EXPECT_THAT(tracking, ::testing::HasSubstr("\"matrix\": [1, 0, 0, 1, 0.30000000000000004, 0]"));
-
+  EXPECT_THAT(MotionJson({4, 4, 25, 1, 1}, record),
+              ::testing::HasSubstr("\"matrix\": [1, 0, 0, 1, 0.30000000000000004, 0]"));
   record.Own() = {affine{0, 0, 0, 0, 0, 0}};
   record.Task = TaskType::Compensation;
   EXPECT_THAT(MotionJson({4, 4, 25, 1, 1}, record),
