@@ -1,16 +1,25 @@
-// Byte builders for the BMP and TGA files the imaging tests write, and a
-// pixel reader that ignores row order and padding.
+// Byte builders for the BMP and TGA files the imaging tests write, a pixel
+// reader that ignores row order and padding, and a flattened view of what a
+// failed read threw.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 
 #include "imaging/bitmap.h"
+#include "imaging/io_types.h"
+#include "imaging/native_io.h"
 #include "testing/files.h"
 
 namespace imaging_test {
 
 using testing_support::Bytes;
+using testing_support::ReadFile;
+using testing_support::TempDir;
+using testing_support::WriteFile;
+using Pixels = std::vector<uint32_t>;
 
 // File header and 40-byte info header; every field the readers look at is
 // a parameter, the rest are 0 apart from biSize 40 and biPlanes 1.
@@ -48,64 +57,53 @@ struct Tga {
   }
 };
 
-// Pixel (x, y) of the picture, counted from its top, as 0xAARRGGBB.
-inline uint32_t Px(const img::image& im, uint32_t x, uint32_t y) {
-  const uint8_t* p = im.rows[y] + 4 * x;
-  return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
-}
-
 // The whole picture, row by row from the top, as 0xAARRGGBB words.
-inline std::vector<uint32_t> Picture(const img::image& im) {
-  std::vector<uint32_t> out;
+inline Pixels Picture(const img::image& im) {
+  Pixels out;
   for (uint32_t y = 0; y < im.height; ++y)
-    for (uint32_t x = 0; x < im.width; ++x) out.push_back(Px(im, x, y));
+    for (uint32_t x = 0; x < im.width; ++x) {
+      const uint8_t* p = im.rows[y] + 4 * x;
+      out.push_back(p[0] | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
+    }
   return out;
 }
 
-}  // namespace imaging_test
-
-#include <ostream>
-
-#include "imaging/io_types.h"
-#include "imaging/native_io.h"
-
-namespace imaging_test {
-
-// What a failed read threw, flattened so that a table can hold the expectation.
-struct Failure {
-  std::string kind;  // "unsupported", "bad", "io_error" or "none"
-  std::string what;
-  int mode = -1;
-  int64_t value = -1;
-  std::string file;
-  std::string detail;
-};
-
-inline std::ostream& operator<<(std::ostream& os, const Failure& f) {
-  return os << f.kind << " \"" << f.what << "\" mode " << f.mode << " value " << f.value << " file "
-            << f.file << " detail \"" << f.detail << "\"";
-}
-
-template <class Read>
-Failure FailureOf(Read&& read) {
-  try {
-    read();
-  } catch (const img::unsupported& e) {
-    return {"unsupported", e.what(), e.mode, e.value, e.file(), e.detail()};
-  } catch (const img::bad& e) {
-    return {"bad", e.what(), e.mode, e.value, e.file(), e.detail()};
-  } catch (const img::io_error& e) {
-    return {"io_error", e.what(), -1, -1, e.file(), e.detail()};
-  }
-  Failure none;
-  none.kind = "none";
-  return none;
-}
-
-inline Failure ReadFailure(const std::string& name) {
-  img::native_reader reader;
+// Writes `file` as `name` and reads it with the native reader.
+inline img::image ReadNative(const std::string& name, const Bytes& file) {
+  WriteFile(name, file.data());
   img::image out;
-  return FailureOf([&] { reader.read(name, out); });
+  img::native_reader().read(name, out);
+  return out;
+}
+
+// What reading `name` threw, as one text: "unsupported <mode> <value>",
+// "bad <mode> <value>", or a read error's text, " | " and its detail; "none"
+// if the read succeeded. Every failure must name the file it was about.
+inline std::string FailureOf(const std::string& name, const char* format = nullptr) {
+  img::image out;
+  try {
+    format ? img::native_reader().read(name, format, out) : img::native_reader().read(name, out);
+  } catch (const img::io_error& e) {
+    EXPECT_EQ(e.file(), name) << e.what();
+    auto numbers = [](const auto& e) {
+      return std::to_string(e.mode) + " " + std::to_string(e.value);
+    };
+    if (const auto* u = dynamic_cast<const img::unsupported*>(&e)) {
+      EXPECT_STREQ(e.what(), "unsupported image file format mode");
+      return "unsupported " + numbers(*u);
+    }
+    if (const auto* b = dynamic_cast<const img::bad*>(&e)) {
+      EXPECT_STREQ(e.what(), "corrupt image file format");
+      return "bad " + numbers(*b);
+    }
+    return e.what() + std::string(" | ") + e.detail();
+  }
+  return "none";
+}
+
+inline std::string FailureOf(const std::string& name, const Bytes& file) {
+  WriteFile(name, file.data());
+  return FailureOf(name);
 }
 
 }  // namespace imaging_test
