@@ -182,8 +182,9 @@ TEST(LibraryReader, EveryLayoutComesDownToEightBitsExactly) {
       return wide >> ((depth + 7) / 8 * 8 - depth);
     };
     auto expected = [&](int x, int y, int c) -> int {
-      const int depth = d->comp[c].depth, top = (1 << depth) - 1;
+      const int depth = d->comp[c].depth;
       if (is_float || depth >= 8) return level(x, y, c);
+      const int top = (1 << depth) - 1;
       return ((level(x, y, c) >> (8 - depth)) * 255 + top / 2) / top;
     };
     WriteFile(dir / "layout", EncodeRaw(codec, format, w, h, [&](AVFrame& f) {
