@@ -21,12 +21,19 @@ using testing_support::Eventually;
 using testing_support::FakeFiles;
 constexpr int64_t kFrame = FakeFiles::kFrameBytes;
 
-TEST(Cache, FrameInUseOutlivesAQuotaBelowOneFrameAndLeavesOnRelease) {
+// A frame in use outlives a quota below its size and leaves on release; a
+// quota from physical memory is 64-bit.
+TEST(Cache, HeldFramesCountAgainstTheQuota) {
   FakeFiles files;
   Cache cache(files.loader(), kFrame / 4);
   CacheEntry* e = cache.acquire_file("a", true);
   EXPECT_TRUE(FakeFiles::Holds(e, "a"));
   EXPECT_EQ(cache.free_bytes(), kFrame / 4 - kFrame);
+  cache.set_quota(0.75f);
+  const double physical = double(Cache::physical_memory());
+  EXPECT_NEAR(double(cache.quota()), physical * 0.75, physical * 1e-6);
+  EXPECT_EQ(cache.free_bytes(), cache.quota() - kFrame);
+  cache.set_quota_bytes(kFrame / 4);
   cache.release(e);
   EXPECT_EQ(cache.entry_count(), 0u);
   EXPECT_EQ(cache.free_bytes(), kFrame / 4);
@@ -174,17 +181,6 @@ TEST(Cache, StaysConsistentWhileQuotaChangesUnderConcurrentUse) {
   const int64_t held = int64_t(cache.entry_count()) * kFrame;
   EXPECT_EQ(cache.free_bytes(), cache.quota() - held);
   EXPECT_LE(held, cache.quota());
-}
-
-TEST(Cache, QuotaFromPhysicalMemoryIs64Bit) {
-  FakeFiles files;
-  Cache cache(files.loader(), 0);
-  CacheEntry* e = cache.acquire_file("a", true);
-  cache.set_quota(0.75f);
-  const double physical = double(Cache::physical_memory());
-  EXPECT_NEAR(double(cache.quota()), physical * 0.75, physical * 1e-6);
-  EXPECT_EQ(cache.free_bytes(), cache.quota() - kFrame);
-  cache.release(e);
 }
 
 }  // namespace

@@ -13,22 +13,32 @@ namespace {
 using ::testing::ElementsAre;
 using testing_support::TempDir;
 using testing_support::WriteFile;
+namespace fs = std::filesystem;
 
 void WriteImage(const std::string& name, uint32_t width, uint32_t height) {
-  img::image picture(width, height);
-  for (uint32_t y = 0; y < height; ++y)
-    for (uint32_t i = 0; i < width * 4; ++i) picture.rows[y][i] = uint8_t(i + y);
-  img::multi_writer().write(name, "BMP", picture, false);
+  img::multi_writer().write(name, "BMP", img::image(width, height), false);
 }
 
-// Restores the working directory when a test that changes it ends.
+// Runs in `dir` as the working folder, and puts the old one back.
 struct WorkingDirectory {
-  std::filesystem::path saved = std::filesystem::current_path();
-  explicit WorkingDirectory(const std::filesystem::path& p) { std::filesystem::current_path(p); }
-  ~WorkingDirectory() { std::filesystem::current_path(saved); }
+  fs::path saved = fs::current_path();
+  explicit WorkingDirectory(const fs::path& p) { fs::current_path(p); }
+  ~WorkingDirectory() { fs::current_path(saved); }
 };
 
-TEST(NumberedPattern, EveryDigitOfTheNameButNoneOfTheFolderBecomesAWildcard) {
+// What reading the list threw, or "no failure".
+std::string Failure(const std::string& name) {
+  std::vector<std::string> frames;
+  img::frame_size size;
+  try {
+    img::read_image_list(name, frames, size);
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+  return "no failure";
+}
+
+TEST(NumberedName, EveryDigitOfTheNameButNoneOfTheFolderBecomesAWildcard) {
   EXPECT_EQ(img::numbered_pattern("take2/shot2_0001.tga"), "take2/shot?_????.tga");
   EXPECT_EQ(img::numbered_pattern("c:\\r5\\a9.mp4"), "c:\\r5\\a?.mp?");
   EXPECT_EQ(img::numbered_pattern("plain.bmp"), "plain.bmp");
@@ -36,6 +46,11 @@ TEST(NumberedPattern, EveryDigitOfTheNameButNoneOfTheFolderBecomesAWildcard) {
   EXPECT_TRUE(img::matches_numbered_pattern("shotX_abcd.tga", "shot?_????.tga"));
   EXPECT_FALSE(img::matches_numbered_pattern("shot3_00001.tga", "shot?_????.tga"));
   EXPECT_FALSE(img::matches_numbered_pattern("shot3_0001.tgb", "shot?_????.tga"));
+  const std::pair<const char*, uint32_t> numbers[] = {
+      {"/a/b7/shot_0042.tga", 42}, {"shot.tga", 0},           {"x12.y.tga", 0},
+      {"c:\\f\\x0007", 7},         {"big99999999999.tga", 0}, {"max4294967295.tga", 4294967295u}};
+  for (const auto& [name, number] : numbers)
+    EXPECT_EQ(img::first_frame_number(name), number) << name;
 }
 
 TEST(ExpandNumberedName, FindsEveryFittingNameAndSortsAsByteStrings) {
@@ -44,8 +59,7 @@ TEST(ExpandNumberedName, FindsEveryFittingNameAndSortsAsByteStrings) {
                         "shot2_01.bmp", "other_0001.bmp"})
     WriteImage(dir / n, 4, 3);
   // Nothing filters the hits: a folder with a fitting name is a frame too.
-  std::filesystem::create_directory(dir.path() / "shot9_9999.bmp");
-
+  fs::create_directory(dir.path() / "shot9_9999.bmp");
   std::vector<std::string> frames;
   img::frame_size size;
   bool has_alpha = true;
@@ -57,50 +71,28 @@ TEST(ExpandNumberedName, FindsEveryFittingNameAndSortsAsByteStrings) {
   EXPECT_FALSE(has_alpha);
 }
 
-TEST(ExpandNumberedName, UnpaddedSeriesSplitsByDigitCountAndGapsDoNotMatter) {
+// Unpadded series split by digit count, gaps do not matter, a name without
+// digits is a sequence of one, and relative names use the working folder.
+TEST(ExpandNumberedName, SeriesBoundaries) {
   TempDir dir;
-  for (const char* n : {"a9.bmp", "a10.bmp", "a0.bmp", "b0010.bmp", "b0030.bmp"})
+  for (const char* n :
+       {"a9.bmp", "a10.bmp", "a0.bmp", "b0010.bmp", "b0030.bmp", "still.bmp", "still2.bmp"})
     WriteImage(dir / n, 2, 2);
+  WorkingDirectory cwd(dir.path());
+  const fs::path here = fs::current_path();
   std::vector<std::string> frames;
   img::frame_size size;
-  img::read_image_list(dir / "a9.bmp", frames, size);
-  EXPECT_THAT(frames, ElementsAre(dir / "a0.bmp", dir / "a9.bmp"));
-
+  img::read_image_list("a9.bmp", frames, size);
+  EXPECT_THAT(frames, ElementsAre(here / "a0.bmp", here / "a9.bmp"));
   img::read_image_list(dir / "b0030.bmp", frames, size);
   EXPECT_THAT(frames, ElementsAre(dir / "b0010.bmp", dir / "b0030.bmp"));
-  EXPECT_EQ(img::first_frame_number(frames[0]), 10u);
-}
-
-TEST(ExpandNumberedName, NameWithoutDigitsIsASequenceOfOneAndRelativeNamesUseTheWorkingFolder) {
-  TempDir dir;
-  WriteImage(dir / "still.bmp", 5, 5);
-  WriteImage(dir / "still2.bmp", 5, 5);
-  WorkingDirectory cwd(dir.path());
-  std::vector<std::string> frames;
-  img::frame_size size;
   img::read_image_list("still.bmp", frames, size);
-  ASSERT_EQ(frames.size(), 1u);
-  EXPECT_EQ(std::filesystem::path(frames[0]), std::filesystem::current_path() / "still.bmp");
-}
-
-TEST(ExpandNumberedName, UnreadableNamedFileFails) {
-  TempDir dir;
-  WriteFile(dir / "junk_0001.bmp", std::string_view("not an image at all"));
-  std::vector<std::string> frames;
-  img::frame_size size;
-  for (const std::string& name : {dir / "missing_0001.bmp", dir / "junk_0001.bmp"}) {
-    try {
-      img::read_image_list(name, frames, size);
-      ADD_FAILURE() << name;
-    } catch (const std::runtime_error& e) {
-      EXPECT_EQ(std::string(e.what()), "could not read file: " + name);
-    }
-  }
+  EXPECT_THAT(frames, ElementsAre(here / "still.bmp"));
 }
 
 TEST(AisList, StripsOneQuoteEachSideDropsBlankLinesAndResolvesAgainstWorkingFolder) {
   TempDir dir;
-  std::filesystem::create_directory(dir.path() / "frames");
+  fs::create_directory(dir.path() / "frames");
   WriteImage(dir / "frames/x1.bmp", 6, 4);
   WriteImage(dir / "frames/x2.bmp", 8, 8);
   WriteFile(dir / "list.AIS",
@@ -109,38 +101,20 @@ TEST(AisList, StripsOneQuoteEachSideDropsBlankLinesAndResolvesAgainstWorkingFold
   std::vector<std::string> frames;
   img::frame_size size;
   img::read_image_list("list.AIS", frames, size);
-  const auto here = std::filesystem::current_path();
-  EXPECT_THAT(frames,
-              ElementsAre((here / "frames/x1.bmp").string(), (here / "frames/x2.bmp").string()));
+  const auto here = fs::current_path();
+  EXPECT_THAT(frames, ElementsAre(here / "frames/x1.bmp", here / "frames/x2.bmp"));
   EXPECT_EQ(size, (img::frame_size{6, 4}));
 }
 
-TEST(AisList, FailureTexts) {
+TEST(ImageList, FailureTexts) {
   TempDir dir;
+  WriteFile(dir / "junk_0001.bmp", std::string_view("not an image at all"));
   WriteFile(dir / "blank.ais", std::string_view("\n\n\"\"\n"));
   WriteFile(dir / "dangling.ais", std::string_view("nowhere.bmp\n"));
-  std::vector<std::string> frames;
-  img::frame_size size;
-  auto message = [&](const std::string& name) {
-    try {
-      img::read_image_list(name, frames, size);
-    } catch (const std::runtime_error& e) {
-      return std::string(e.what());
-    }
-    return std::string("no failure");
-  };
-  EXPECT_EQ(message(dir / "blank.ais"), "no images in sequence");
-  EXPECT_EQ(message(dir / "absent.ais"), "could not read file: " + (dir / "absent.ais"));
-  EXPECT_THAT(message(dir / "dangling.ais"), ::testing::StartsWith("could not read file: /"));
-}
-
-TEST(FirstFrameNumber, TrailingDigitsOfTheStem) {
-  EXPECT_EQ(img::first_frame_number("/a/b7/shot_0042.tga"), 42u);
-  EXPECT_EQ(img::first_frame_number("shot.tga"), 0u);
-  EXPECT_EQ(img::first_frame_number("x12.y.tga"), 0u);
-  EXPECT_EQ(img::first_frame_number("c:\\f\\x0007"), 7u);
-  EXPECT_EQ(img::first_frame_number("big99999999999.tga"), 0u);
-  EXPECT_EQ(img::first_frame_number("max4294967295.tga"), 4294967295u);
+  for (const char* name : {"missing_0001.bmp", "junk_0001.bmp", "absent.ais"})
+    EXPECT_EQ(Failure(dir / name), "could not read file: " + (dir / name));
+  EXPECT_EQ(Failure(dir / "blank.ais"), "no images in sequence");
+  EXPECT_THAT(Failure(dir / "dangling.ais"), ::testing::StartsWith("could not read file: /"));
 }
 
 }  // namespace
