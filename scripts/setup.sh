@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkgconf git clang clang-format
-  libclang-rt-14-dev llvm
+  libclang-rt-14-dev
   qt6-base-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
   libpugixml-dev
