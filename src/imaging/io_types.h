@@ -81,7 +81,10 @@ class image_writer {
   virtual void extensions(std::vector<std::string>& out) const = 0;
   virtual std::string filter() const = 0;
   // Writes `picture` as `format` (a word such as "BMP" or "PNG"); returns the
-  // file's size in bytes. Throws io_error, and removes what it had written.
+  // file's size in bytes. A format the writer does not know is io_error
+  // ("file format is not supported"), which lets a multi_writer pass the job
+  // on; a failed open or write throws (io_error or the stream's own failure,
+  // naming the file), and the partial file is removed.
   virtual uint64_t write(const std::string& name,
                          const std::string& format,
                          const image& picture,
