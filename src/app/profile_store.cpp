@@ -28,15 +28,22 @@ void CheckName(const std::string& name, bool is_key) {
   if (bad) throw std::invalid_argument("profile name not storable: \"" + name + "\"");
 }
 
+// Values are trimmed when read, so that hand edits around '=' do no harm;
+// a space at either end of a value is therefore written as "\s".
 std::string Escape(const std::string& value) {
   std::string out;
-  for (char c : value) {
-    if (c == '\\')
+  for (size_t i = 0; i < value.size(); ++i) {
+    const char c = value[i];
+    if (c == ' ' && (i == 0 || i + 1 == value.size()))
+      out += "\\s";
+    else if (c == '\\')
       out += "\\\\";
     else if (c == '\n')
       out += "\\n";
     else if (c == '\r')
       out += "\\r";
+    else if (c == '\t')
+      out += "\\t";
     else
       out += c;
   }
@@ -49,8 +56,11 @@ std::string Unescape(const std::string& text) {
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '\\' && i + 1 < text.size()) {
       const char next = text[i + 1];
-      if (next == '\\' || next == 'n' || next == 'r') {
-        out += next == '\\' ? '\\' : next == 'n' ? '\n' : '\r';
+      static const std::string kEscaped = "\\nrst";
+      static const std::string kMeaning = "\\\n\r \t";
+      const size_t which = kEscaped.find(next);
+      if (which != std::string::npos) {
+        out += kMeaning[which];
         ++i;
         continue;
       }
@@ -146,7 +156,7 @@ FileProfileStore::FileProfileStore(std::filesystem::path path) : path_(std::move
           "Settings file " + path_.string() + ", line " + std::to_string(number) +
           (section.empty() && !key.empty() ? ": a value before any [section]"
                                            : ": expected [section] or key=value"));
-    sections_[section][key] = Unescape(line.substr(equals + 1));
+    sections_[section][key] = Unescape(Trim(line.substr(equals + 1)));
   }
   if (in.bad()) throw SystemError(("reading settings file " + path_.string()).c_str());
 }

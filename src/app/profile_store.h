@@ -40,8 +40,9 @@ class MemoryProfileStore : public ProfileStore {
 //   CacheMemoryQuota=500
 //   Property Hint Language=0
 //
-// Keys may hold spaces; a value runs to the end of its line, with "\\" and
-// "\n" standing for a backslash and a line feed. Lines starting with '#' or
+// Keys may hold spaces; a value runs to the end of its line. Spaces around
+// keys and values are dropped; "\\", "\n", "\r", "\s" and "\t" stand
+// for a backslash, a line feed, a carriage return, a space and a tab. Lines starting with '#' or
 // ';' and blank lines are skipped (and not written back).
 //
 // Every change that alters a value rewrites the whole file at once: a
