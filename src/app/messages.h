@@ -1,0 +1,41 @@
+// Messages that workers post to the owning thread and that need nothing of
+// the project: a notice, and the busy cursor. Workers never show a dialog
+// or change the cursor themselves; they post one of these.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "app/ports.h"
+
+namespace app {
+
+// Shows the text in an information box when run.
+class AsyncMessageBox : public VLMessage {
+ public:
+  AsyncMessageBox(UserDialogs& dialogs, std::string text)
+      : dialogs_(dialogs), text_(std::move(text)) {}
+  void Execute() override;
+  const std::string& text() const { return text_; }
+
+ private:
+  UserDialogs& dialogs_;
+  std::string text_;
+};
+
+// Turns the busy cursor on or off when run.
+class ChangeCursorMessage : public VLMessage {
+ public:
+  ChangeCursorMessage(UserDialogs& dialogs, bool busy) : dialogs_(dialogs), busy_(busy) {}
+  void Execute() override;
+
+ private:
+  UserDialogs& dialogs_;
+  bool busy_;
+};
+
+// Shorthands for workers: post the message to the owning thread.
+void PostMessageBox(GuiQueue& queue, UserDialogs& dialogs, std::string text);
+void PostCursor(GuiQueue& queue, UserDialogs& dialogs, bool busy);
+
+}  // namespace app
