@@ -2,15 +2,17 @@
 
 #include <cstdio>
 
+#include "app/operation_stack.h"
+#include "app/report_error.h"
 #include "cli/json.h"
 #include "imaging/io_types.h"
 
 namespace cli {
 
 std::string ReportText(const std::string& operation, const std::string& text) {
-  std::string out = "Error while " + operation + ":\n" + text;
-  if (out.back() != '\n') out += '.';
-  return out;
+  app::OperationStack operations;
+  operations.push(operation);
+  return app::ErrorReportText(operations, text);
 }
 
 std::string FailureText(const std::exception& e) {
