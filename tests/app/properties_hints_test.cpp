@@ -16,7 +16,6 @@ using testing::FakeOverlay;
 using testing::FakeSegment;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 constexpr auto kEn = HintLanguage::English;
 constexpr auto kRu = HintLanguage::Russian;
 
@@ -39,7 +38,6 @@ TEST(PropertyHints, ValuesAreComposedIntoTheEnglishText) {
   EXPECT_THAT(hints::ReferenceFramePitch(kEn, 1),
               HasSubstr("generated every 1 frames and motion is estimated between frame 0 and "
                         "frames 1 , and so on."));
-  EXPECT_THAT(hints::TrackerSize(kEn, 100), HasSubstr(" leads to 10000 pixels"));
   EXPECT_THAT(hints::MatchingRadius(kEn, 15),
               EndsWith("poor.\nCurrent value allows up to 15 pixels displacement in any place of "
                        "the tracked area between key frame and its neighbours"));
@@ -52,46 +50,30 @@ TEST(PropertyHints, InaccuracyBranchesOnAPositiveValue) {
   FakeComposition comp;
   EditableObject* objects[] = {&comp};
   const auto& row = *CompositionProperties().Child("Export")->Child("Inaccuracy");
-  const std::string lead =
-      "Admissible inaccuracy (in pixels) for transformations loading in After Effects ®. Larger "
-      "value here allows saving on the number of key frames in After Effects ® required for "
-      "motion description owing to interpolation between them. Lesser number of key frames "
-      "accelerates data export in After Effects ® also. \nCurrent value of the parameter means "
-      "that ";
   comp.inaccuracy = 0.3f;
-  EXPECT_EQ(row.HintIn(objects, kEn),
-            lead +
-                "maximal inaccuracy of any point displacement in any frame including invisible "
-                "points outside the mask and the overlay in After Effects ® will be at most 0.3 "
-                "pixels");
+  EXPECT_THAT(row.HintIn(objects, kEn),
+              EndsWith(" also. \nCurrent value of the parameter means that maximal inaccuracy of "
+                       "any point displacement in any frame including invisible points outside "
+                       "the mask and the overlay in After Effects ® will be at most 0.3 pixels"));
   comp.inaccuracy = 0.0f;
-  EXPECT_EQ(row.HintIn(objects, kEn),
-            lead +
-                "found transformations in this composition will be transmitted precisely without "
-                "any loss at the expense of making each frame in After Effects ® the key frame");
+  EXPECT_THAT(row.HintIn(objects, kEn),
+              EndsWith("means that found transformations in this composition will be transmitted "
+                       "precisely without any loss at the expense of making each frame in After "
+                       "Effects ® the key frame"));
 }
 
 TEST(PropertyHints, TransformModelHasLeadLabelAndTailByModel) {
   const std::string lead =
       "Select how the computed motion parameters are uploaded to After Effects ®.\nCurrent value '";
-  EXPECT_EQ(hints::TransformModel(kEn, ExportModel::RigidScale),
-            lead +
-                "Rigid && Scale' selects transmission of the computed motion as a combination of "
-                "layer translation, rotation and scaling, even if this requires motion "
-                "approximation");
   EXPECT_EQ(hints::TransformModel(kEn, ExportModel::CornerPin),
             lead +
                 "Affine Corner Pin' selects accurate transmission of the computed motion by "
                 "creating the Corner Pin effect, in which transformations are determined by the "
                 "displacements of the four frame corners. (For affine motion, only three out of "
                 "four displacements are independent)");
-  EXPECT_THAT(hints::TransformModel(kEn, ExportModel::Auto),
-              AllOf(StartsWith(lead + "Auto' allows Velomar"), Not(HasSubstr("even if"))));
 }
 
 TEST(PropertyHints, EnumerationBranches) {
-  EXPECT_THAT(hints::Task(kEn, TaskType::Compensation),
-              HasSubstr("In current state 'Motion Compensation' the underlay is affected"));
   EXPECT_THAT(hints::Task(kEn, TaskType::Tracking),
               EndsWith("'Motion Tracking' an overlay is given same motion in order to look "
                        "accurately glued above mobile underlay"));
@@ -102,8 +84,6 @@ TEST(PropertyHints, EnumerationBranches) {
   EXPECT_EQ(hints::MotionModel(kEn, TransformClass::Affine1),
             "Selects a motion model that fits best the actual motion in video. Affine model is the "
             "most general of all");
-  EXPECT_THAT(hints::MotionModel(kEn, TransformClass::Rigid),
-              HasSubstr("pans (no zoomand the camera does not close up on the object)"));
   EXPECT_THAT(hints::OriginalMaskInAllFrames(kEn, true), EndsWith("in most situations as well"));
 }
 
@@ -143,7 +123,7 @@ TEST(PropertyHints, RussianHintForEveryHintedRow) {
 
 TEST(PropertyHints, RussianFollowsTheEnglishBranches) {
   EXPECT_THAT(hints::Inaccuracy(kRu, 0.3f), HasSubstr(" 0.3 пикс."));
-  EXPECT_NE(hints::Inaccuracy(kRu, 0.0f), hints::Inaccuracy(kRu, 0.3f));
+  EXPECT_THAT(hints::Inaccuracy(kRu, 0.0f), EndsWith("станет ключевым"));
   EXPECT_THAT(hints::TrackerSize(kRu, 8), HasSubstr("Значение 8 даёт 64 пикс."));
   EXPECT_THAT(hints::MatchingRadius(kRu, 15), HasSubstr(" 15 пикс."));
   EXPECT_THAT(hints::TransformModel(kRu, ExportModel::Rigid),
@@ -165,10 +145,9 @@ TEST(PropertyHints, RussianFollowsTheEnglishBranches) {
 TEST(PropertyHints, RussianPitchBelowTwoHasItsOwnWording) {
   const std::string one = hints::ReferenceFramePitch(kRu, 1);
   const std::string seven = hints::ReferenceFramePitch(kRu, 7);
-  EXPECT_THAT(one, HasSubstr("Шаг 1 означает, что опорным становится каждый кадр"));
-  EXPECT_THAT(one, Not(HasSubstr(" по ")));
-  EXPECT_THAT(seven, HasSubstr("каждый 7-й кадр"));
-  EXPECT_THAT(seven, HasSubstr("кадрами с 1 по 7, и так далее"));
+  EXPECT_THAT(one, AllOf(HasSubstr("Шаг 1 означает, что опорным становится каждый кадр"),
+                         Not(HasSubstr(" по "))));
+  EXPECT_THAT(seven, AllOf(HasSubstr("каждый 7-й кадр"), HasSubstr("с 1 по 7, и так далее")));
   EXPECT_THAT(hints::ReferenceFramePitch(kRu, 2), HasSubstr("с 1 по 2,"));
 }
 
@@ -180,7 +159,6 @@ TEST(PropertyHints, ProgramLanguageSelectsTheText) {
   EXPECT_EQ(start.Hint(objects), "Номер, присвоенный первому кадру композиции");
   SetHintLanguage(0);
   EXPECT_EQ(start.Hint(objects), "Number assigned to the first frame in composition");
-  EXPECT_EQ(start.Hint({}), "");
 }
 
 }  // namespace
