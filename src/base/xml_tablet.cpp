@@ -40,6 +40,11 @@ std::unique_ptr<pugi::xml_document> Parse(std::string_view text, const std::stri
   const pugi::xml_parse_result result =
       doc->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
   if (!result) throw parse_error(result.description() + Position(text, result.offset), tag);
+  // The parser takes several top-level elements; a document has one.
+  int elements = 0;
+  for (pugi::xml_node top = doc->first_child(); top; top = top.next_sibling())
+    if (top.type() == pugi::node_element && ++elements > 1)
+      throw parse_error("Multiple document elements" + Position(text, top.offset_debug()), tag);
   return doc;
 }
 
