@@ -96,17 +96,6 @@ class Sequence : public ::testing::Test {
   std::vector<std::string> frames_;
 };
 
-TEST_F(Sequence, StoredRelativeToTheProjectAndTheFirstFramesFolder) {
-  EXPECT_EQ(Write(frames_, project_),
-            "<?xml version=\"1.0\"?>\n"
-            "<Underlay path=\"shots/\">\n"
-            "  <Frame path=\"a.0001.png\" />\n"
-            "  <Frame path=\"a.0002.png\" />\n"
-            "  <Frame path=\"../other/b.png\" />\n"
-            "</Underlay>\n");
-  EXPECT_EQ(Read(Write(frames_, project_), project_), frames_);
-}
-
 TEST_F(Sequence, MovedProjectFolderStillResolves) {
   const std::string text = Write(frames_, project_);
   const std::string moved = dir_.path().string() + "/moved/";
@@ -122,12 +111,6 @@ TEST_F(Sequence, SavingElsewhereRebasesTheFolder) {
   const std::string text = Write(frames_, elsewhere);
   EXPECT_NE(text.find("<Underlay path=\"../../project/shots/\">"), std::string::npos) << text;
   EXPECT_EQ(Read(text, elsewhere), frames_);
-}
-
-TEST_F(Sequence, WithoutBaseEverythingIsComplete) {
-  const std::string text = Write(frames_, "");
-  EXPECT_NE(text.find("path=\"" + project_ + "shots/\" abs=\"1\""), std::string::npos) << text;
-  EXPECT_EQ(Read(text, ""), frames_);
 }
 
 TEST_F(Sequence, EmptyListWritesNothingAndReadsAsEmptyOrUntouched) {

@@ -21,21 +21,6 @@ void Figures(timing::node& n, uint32_t calls, int64_t t, int64_t st, int64_t c, 
   n.subtree_count = sc;
 }
 
-// Same names, figures and shape, and every parent pointer right.
-void ExpectSameTree(const timing::node& a, const timing::node& b, const timing::node* parent) {
-  SCOPED_TRACE(b.name);
-  EXPECT_EQ(a.name, b.name);
-  EXPECT_EQ(a.calls_count, b.calls_count);
-  EXPECT_EQ(a.node_time, b.node_time);
-  EXPECT_EQ(a.subtree_time, b.subtree_time);
-  EXPECT_EQ(a.node_count, b.node_count);
-  EXPECT_EQ(a.subtree_count, b.subtree_count);
-  EXPECT_EQ(b.parent, parent);
-  ASSERT_EQ(a.children.size(), b.children.size());
-  for (auto ia = a.children.begin(), ib = b.children.begin(); ia != a.children.end(); ++ia, ++ib)
-    ExpectSameTree(ia->second, ib->second, &b);
-}
-
 timing::tree Sample() {
   timing::tree t;
   // Made out of name order: the file must come out sorted anyway.
@@ -79,40 +64,6 @@ TEST(TimingXml, WritesChildrenInNameOrderWithSubtreeDefaults) {
             "    </node>\n"
             "  </node>\n"
             "</TimingTree>\n");
-}
-
-TEST(TimingXml, ReadsBackWhatWasWritten) {
-  timing::tree t = Sample();
-  const std::string text = Write(t, 123);
-  timing::tree back;
-  int64_t frequency = 0;
-  Read(text, back, frequency);
-  EXPECT_EQ(frequency, 123);
-  ExpectSameTree(t.root(), back.root(), nullptr);
-  EXPECT_EQ(&back.current(), &back.root());
-}
-
-TEST(TimingXml, SubtreeFiguresDefaultToTheNodesOwn) {
-  timing::tree t;
-  int64_t frequency = 0;
-  Read(
-      "<T frequency=\"10\"><node name=\"r\"><node name=\"a\" node_time=\"4\" "
-      "node_count=\"9\" subtree_count=\"11\"/></node></T>",
-      t, frequency);
-  EXPECT_EQ(t.root().name, "r");
-  const timing::node& a = t.root().children.at("a");
-  EXPECT_EQ(a.subtree_time, 4);
-  EXPECT_EQ(a.subtree_count, 11);
-  EXPECT_EQ(a.calls_count, 0u);
-}
-
-TEST(TimingXml, MissingElementGivesAnEmptyTree) {
-  timing::tree t = Sample();
-  xml::filter f(xml::node(), true);
-  int64_t frequency = 77;
-  timing::TimingTreeFields(f, t, frequency);
-  EXPECT_TRUE(t.root().children.empty());
-  EXPECT_EQ(frequency, 77);
 }
 
 TEST(TimingXml, MalformedTreesFailAndKeepTheTarget) {
