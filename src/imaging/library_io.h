@@ -80,6 +80,16 @@ class library_writer : public image_writer {
                  const std::string& format,
                  const image& picture,
                  bool with_alpha) override;
+
+  // The same encoding into memory: the bytes the file would hold. Throws
+  // io_error (without a file name) as write() does.
+  std::vector<uint8_t> encode(const std::string& format,
+                              const image& picture,
+                              bool with_alpha) const;
 };
+
+// A one-bit picture as a one-bit greyscale PNG file image in memory, set
+// pixels white. Throws io_error "image has no pixels" for an empty mask.
+std::vector<uint8_t> encode_png(const bitmap<bit1>& mask);
 
 }  // namespace img

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <functional>
 
 #include "imaging/av_support.h"
 #include "imaging/library_io.h"
@@ -110,10 +111,13 @@ void FillPalette(const image& picture, AVFrame& frame, bool with_alpha) {
                 reduced.indices.data() + size_t(y) * picture.width, picture.width);
 }
 
+// Encodes one picture of the given size; `fill` puts the pixels into the
+// encoder's frame, already allocated in `format`.
 std::vector<uint8_t> Encode(const Target& target,
                             AVPixelFormat format,
-                            const image& picture,
-                            bool with_alpha,
+                            uint32_t width,
+                            uint32_t height,
+                            const std::function<void(AVFrame&)>& fill,
                             const std::string& name) {
   const AVCodec* codec = avcodec_find_encoder(target.codec);
   if (!codec) throw io_error(kUnknownWord, name);
@@ -122,8 +126,8 @@ std::vector<uint8_t> Encode(const Target& target,
   av::PacketPtr packet(av_packet_alloc());
   if (!context || !frame || !packet) throw io_error(kEncodeFailure, name);
 
-  context->width = int(picture.width);
-  context->height = int(picture.height);
+  context->width = int(width);
+  context->height = int(height);
   context->pix_fmt = format;
   context->time_base = AVRational{1, 25};
   context->thread_count = 1;
@@ -142,12 +146,7 @@ std::vector<uint8_t> Encode(const Target& target,
     frame->color_range = AVCOL_RANGE_JPEG;
     frame->quality = context->global_quality;
   }
-  if (format == AV_PIX_FMT_PAL8)
-    FillPalette(picture, *frame, with_alpha);
-  else if (target.codec == AV_CODEC_ID_EXR)
-    FillFloat(picture, *frame, with_alpha);
-  else
-    Scale(picture, *frame, name);
+  fill(*frame);
 
   std::vector<uint8_t> bytes;
   if (avcodec_send_frame(context.get(), frame.get()) < 0 ||
@@ -169,6 +168,23 @@ std::vector<uint8_t> Encode(const Target& target,
     bytes.push_back(0x3B);
   }
   return bytes;
+}
+
+std::vector<uint8_t> EncodeImage(const Target& target,
+                                 const image& picture,
+                                 bool with_alpha,
+                                 const std::string& name) {
+  av::quiet_library_log();
+  const AVPixelFormat format = with_alpha ? target.with_alpha : target.without_alpha;
+  auto fill = [&](AVFrame& frame) {
+    if (format == AV_PIX_FMT_PAL8)
+      FillPalette(picture, frame, with_alpha);
+    else if (target.codec == AV_CODEC_ID_EXR)
+      FillFloat(picture, frame, with_alpha);
+    else
+      Scale(picture, frame, name);
+  };
+  return Encode(target, format, picture.width, picture.height, fill, name);
 }
 
 // One write of the finished bytes. Whatever fails after the file was
@@ -215,11 +231,42 @@ uint64_t library_writer::write(const std::string& name,
   if (picture.empty() || picture.width == 0 || picture.height == 0) throw io_error(kNoPixels, name);
   if (picture.width > uint32_t(INT_MAX / 4) || picture.height > uint32_t(INT_MAX))
     throw io_error(kEncodeFailure, name);
-  av::quiet_library_log();
-  const AVPixelFormat pixel_format = with_alpha ? target.with_alpha : target.without_alpha;
-  const std::vector<uint8_t> bytes = Encode(target, pixel_format, picture, with_alpha, name);
+  const std::vector<uint8_t> bytes = EncodeImage(target, picture, with_alpha, name);
   WriteAll(name, bytes);
   return bytes.size();
+}
+
+std::vector<uint8_t> library_writer::encode(const std::string& format,
+                                            const image& picture,
+                                            bool with_alpha) const {
+  Target target{};
+  if (!TargetOf(format, target)) throw io_error(kUnknownWord);
+  if (picture.empty() || picture.width == 0 || picture.height == 0) throw io_error(kNoPixels);
+  if (picture.width > uint32_t(INT_MAX / 4) || picture.height > uint32_t(INT_MAX))
+    throw io_error(kEncodeFailure);
+  return EncodeImage(target, picture, with_alpha, std::string());
+}
+
+std::vector<uint8_t> encode_png(const bitmap<bit1>& mask) {
+  if (mask.empty() || mask.width == 0 || mask.height == 0) throw io_error(kNoPixels);
+  if (mask.width > uint32_t(INT_MAX / 4) || mask.height > uint32_t(INT_MAX))
+    throw io_error(kEncodeFailure);
+  av::quiet_library_log();
+  // The mask's rows are already the encoder's one-bit format: first pixel
+  // in the top bit, 1 white. Bits past the width are cleared, since the
+  // encoder stores whole bytes.
+  const uint64_t row_bytes = bit1::row_bytes(mask.width);
+  const unsigned tail_bits = mask.width % 8;
+  const uint8_t tail_mask = tail_bits == 0 ? 0xFF : uint8_t(0xFF << (8 - tail_bits));
+  auto fill = [&](AVFrame& frame) {
+    for (uint32_t y = 0; y < mask.height; ++y) {
+      uint8_t* dst = frame.data[0] + ptrdiff_t(y) * frame.linesize[0];
+      std::memcpy(dst, mask.rows[y], row_bytes);
+      dst[row_bytes - 1] &= tail_mask;
+    }
+  };
+  const Target target{AV_CODEC_ID_PNG, AV_PIX_FMT_MONOBLACK, AV_PIX_FMT_MONOBLACK};
+  return Encode(target, AV_PIX_FMT_MONOBLACK, mask.width, mask.height, fill, std::string());
 }
 
 }  // namespace img

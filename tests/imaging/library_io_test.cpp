@@ -354,3 +354,41 @@ TEST(LibraryReader, ThreadsReadConcurrently) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(LibraryWriter, MemoryEncodingIsTheFilesBytes) {
+  TempDir dir;
+  const img::image source = Pattern(19, 11);
+  for (const char* format : {"PNG", "TIFF", "GIF"}) {
+    const std::string name = dir / (std::string("m.") + format);
+    img::library_writer().write(name, format, source, true);
+    EXPECT_EQ(img::library_writer().encode(format, source, true), ReadFile(name)) << format;
+  }
+  EXPECT_THAT([&] { img::library_writer().encode("XYZ", source, false); },
+              ThrowsMessage<img::io_error>(StrEq("file format is not supported")));
+  EXPECT_THAT([&] { img::library_writer().encode("PNG", img::image(), false); },
+              ThrowsMessage<img::io_error>(StrEq("image has no pixels")));
+}
+
+// A mask is stored as a one-bit greyscale PNG, so that a large mask stays
+// short in the project file.
+TEST(LibraryWriter, MaskPngIsOneBitGrey) {
+  img::bitmap<img::bit1> mask(10, 2);
+  std::fill(mask.rows[0], mask.rows[0] + mask.stride, uint8_t(0xFF));
+  std::fill(mask.rows[1], mask.rows[1] + mask.stride, uint8_t(0));
+  const std::vector<uint8_t> png = img::encode_png(mask);
+  ASSERT_GT(png.size(), 26u);
+  EXPECT_EQ(png[24], 1);  // IHDR bit depth
+  EXPECT_EQ(png[25], 0);  // IHDR colour type: grey
+  img::image back;
+  img::library_reader().read_bytes(png.data(), png.size(), "mask", back, nullptr);
+  ASSERT_EQ(back.width, 10u);
+  for (uint32_t x = 0; x < 10; ++x) {
+    EXPECT_EQ(back.rows[0][4 * x], 255) << x;
+    EXPECT_EQ(back.rows[1][4 * x], 0) << x;
+  }
+  EXPECT_THROW(img::encode_png(img::bitmap<img::bit1>()), img::io_error);
+}
+
+}  // namespace

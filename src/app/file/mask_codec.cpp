@@ -1,0 +1,87 @@
+#include "app/file/mask_codec.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "imaging/library_io.h"
+
+namespace {
+
+constexpr const char* kEncoded = "encoded";
+
+int HexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool IsSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
+
+std::vector<uint8_t> HexBytes(std::string_view text) {
+  std::vector<uint8_t> bytes;
+  bytes.reserve(text.size() / 2);
+  int high = -1;
+  for (const char c : text) {
+    if (IsSpace(c)) continue;
+    const int digit = HexValue(c);
+    if (digit < 0) throw xml::attribute_parse_error(kEncoded);
+    if (high < 0) {
+      high = digit;
+    } else {
+      bytes.push_back(uint8_t(high * 16 + digit));
+      high = -1;
+    }
+  }
+  if (high >= 0) throw xml::attribute_parse_error(kEncoded);
+  return bytes;
+}
+
+}  // namespace
+
+std::string EncodeMask(const img::bitmap<img::bit1>& mask) {
+  if (mask.empty() || mask.width == 0 || mask.height == 0) return std::string();
+  static constexpr char kDigits[] = "0123456789abcdef";
+  const std::vector<uint8_t> png = img::encode_png(mask);
+  std::string text(png.size() * 2, '\0');
+  for (size_t i = 0; i < png.size(); ++i) {
+    text[2 * i] = kDigits[png[i] >> 4];
+    text[2 * i + 1] = kDigits[png[i] & 15];
+  }
+  return text;
+}
+
+img::bitmap<img::bit1> DecodeMask(std::string_view text, uint64_t max_pixels) {
+  img::bitmap<img::bit1> mask;
+  const std::vector<uint8_t> bytes = HexBytes(text);
+  if (bytes.empty()) return mask;
+  img::image picture;
+  img::library_reader(max_pixels).read_bytes(bytes.data(), bytes.size(), "mask", picture, nullptr);
+  mask.resize(picture.width, picture.height, 4);
+  for (uint32_t y = 0; y < picture.height; ++y) {
+    const uint8_t* src = picture.rows[y];
+    uint8_t* dst = mask.rows[y];
+    std::fill(dst, dst + mask.stride, uint8_t(0));
+    for (uint32_t x = 0; x < picture.width; ++x) {
+      // A written mask is pure black and white; a grey from elsewhere counts
+      // as set from mid-grey up.
+      const unsigned sum = unsigned(src[4 * x]) + src[4 * x + 1] + src[4 * x + 2];
+      if (sum >= 3 * 128) dst[x >> 3] |= uint8_t(128 >> (x & 7));
+    }
+  }
+  return mask;
+}
+
+void MaskFields(xml::filter& f, img::bitmap<img::bit1>& mask, uint64_t max_pixels) {
+  if (!f.reading()) {
+    const std::string text = EncodeMask(mask);
+    if (!text.empty()) f.setAttribute(kEncoded, text);
+    return;
+  }
+  std::string text;
+  f.getAttribute(kEncoded, text);
+  img::bitmap<img::bit1> decoded = DecodeMask(text, max_pixels);
+  mask = std::move(decoded);
+}
