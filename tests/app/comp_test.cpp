@@ -17,21 +17,11 @@ TEST(Composition, LoadSequenceDefaults) {
     EXPECT_EQ(f.comp.GetWorkArea(), (My::Span{0, frames}));
     EXPECT_EQ(f.comp.GetCurrentTime(), 0);
     EXPECT_EQ(f.comp.GetPreviewTime(), 0);
-    EXPECT_EQ(f.comp.GetFramerate(), 25u);
-    EXPECT_EQ(f.comp.GetWidth(), 8u);
     EXPECT_TRUE(f.comp.GetActionQueue().IsModified());  // unsaved from the start
     EXPECT_TRUE(f.operations.names().empty());
     EXPECT_EQ(f.comp.GetPanel().object, PanelObject::Composition);
     EXPECT_EQ(f.comp.GetTopBreaks(), std::vector<int32_t>{});  // one unruled run
   }
-}
-
-TEST(Composition, LoadSequenceFailureLeavesItsNameForTheReport) {
-  CompFixture f(3);
-  f.comp.Close();
-  EXPECT_THROW(f.comp.LoadSequence({f.dir / "missing.bmp"}, 50, {0, 1}, 0), std::exception);
-  EXPECT_EQ(f.operations.innermost(), "loading sequence");
-  EXPECT_TRUE(f.comp.IsEmpty());
 }
 
 struct Recorder : VL::Listener {

@@ -27,13 +27,6 @@ double MaxDiff(const types::affine& a, const types::affine& b) {
                    std::abs(a.xy - b.xy), std::abs(a.yx - b.yx), std::abs(a.yy - b.yy)});
 }
 
-TEST(SegmentTransform, PowerMatchesRepeatedProduct) {
-  for (int64_t k : {-3, 0, 1, 2, 3, 7, 8, 31, 100, 1000})
-    EXPECT_LT(MaxDiff(Power(kStep, k), NaivePower(kStep, k)),
-              1e-9 * (1 + std::abs(NaivePower(kStep, k).x)))
-        << "k " << k;
-}
-
 struct Extrapolation {
   const char* name;
   size_t forward;   // entries: kStep^0 .. kStep^(n-1)
