@@ -1,0 +1,272 @@
+#include "app/model/overlay.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "app/model/comp.h"
+#include "app/model/overlay_actions.h"
+#include "imaging/image_list.h"
+
+// --- VLOverlayInterface ------------------------------------------------------
+
+namespace {
+template <class A, class... Args>
+void Push(VLComp& comp, Args&&... args) {
+  comp.GetActionQueue().Push(std::make_unique<A>(std::forward<Args>(args)...));
+}
+}  // namespace
+
+void VLOverlayInterface::Import(const std::vector<std::string>& paths) {
+  Push<OverlayImportAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition(), paths);
+}
+void VLOverlayInterface::Clear() {
+  Push<OverlayClearAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition());
+}
+bool VLOverlayInterface::IsEmpty() const {
+  return overlay_.IsEmpty();
+}
+bool VLOverlayInterface::IsStill() const {
+  return overlay_.IsStill();
+}
+bool VLOverlayInterface::IsActive() const {
+  return overlay_.GetComposition().IsOverlayActive();
+}
+int32_t VLOverlayInterface::GetSourceOffset() const {
+  return overlay_.GetSourceOffset();
+}
+void VLOverlayInterface::SetSourceOffset(int32_t offset) {
+  Push<OverlayOffsetAction>(overlay_.GetComposition(), overlay_, offset);
+}
+int32_t VLOverlayInterface::GetFrameCount() const {
+  return overlay_.GetFrameCount();
+}
+My::Span VLOverlayInterface::GetTrimming() const {
+  return overlay_.GetTrimming();
+}
+void VLOverlayInterface::SetTrimming(int32_t first, int32_t last) {
+  Push<OverlayTrimmingAction>(overlay_.GetComposition(), overlay_, My::Span{first, last});
+}
+My::Span VLOverlayInterface::GetTransformSpan() const {
+  return overlay_.GetTransformSpan();
+}
+int32_t VLOverlayInterface::GetMatch() const {
+  return overlay_.GetMatch();
+}
+void VLOverlayInterface::SetMatch(int32_t frame) {
+  Push<OverlayMatchAction>(overlay_.GetComposition(), overlay_, frame);
+}
+const types::affine& VLOverlayInterface::GetInitialTransform() const {
+  return overlay_.GetInitialTransform();
+}
+void VLOverlayInterface::SetInitialTransform(const types::affine& transform) {
+  Push<OverlayTransformAction>(overlay_.GetComposition(), overlay_, transform);
+}
+Alignment VLOverlayInterface::GetAlignment() const {
+  return overlay_.GetAlignment();
+}
+void VLOverlayInterface::SetAlignment(Alignment alignment) {
+  Push<OverlayAlignmentAction>(overlay_.GetComposition(), overlay_, alignment);
+}
+AlphaInterpretation VLOverlayInterface::GetAlpha() const {
+  return overlay_.GetAlpha();
+}
+void VLOverlayInterface::SetAlpha(AlphaInterpretation alpha) {
+  Push<OverlayAlphaAction>(overlay_.GetComposition(), overlay_, alpha);
+}
+
+// --- VLOverlay ---------------------------------------------------------------
+
+VLOverlay::VLOverlay(VLComp& composition) : composition_(composition), interface_(*this) {}
+
+void VLOverlay::Fire(void (VL::Listener::*event)()) {
+  if (VL::Listener* l = interface_.GetListener()) (l->*event)();
+}
+
+int32_t VLOverlay::GetFrameCount() const {
+  return IsStill() ? composition_.GetLength() : int32_t(paths_.size());
+}
+
+void VLOverlay::SetSourceOffsetDirect(int32_t offset) {
+  if (IsStill()) return;
+  // At least the edge of the visible footage touches the composition.
+  offset = std::clamp(offset, -trimming_.last, composition_.GetLength() - trimming_.first);
+  if (offset == sourceOffset_) return;
+  sourceOffset_ = offset;
+  Fire(&VL::Listener::OnStateChanged);
+  composition_.RebuildTopPath();
+  composition_.RefreshPanel();
+}
+
+void VLOverlay::SetTrimmingDirect(int32_t first, int32_t last) {
+  const int32_t frames = GetFrameCount();
+  const My::Span span{std::min(std::max(first, 0), frames),
+                      std::min(std::max(std::max(first, last), 0), frames)};
+  if (span == trimming_) return;
+  trimming_ = span;
+  Fire(&VL::Listener::OnTrimChanged);
+  composition_.RebuildTopPath();
+  composition_.RefreshPanel();
+}
+
+void VLOverlay::SetMatchDirect(int32_t frame) {
+  frame = std::clamp(frame, 0, std::max(composition_.GetLength() - 1, 0));
+  if (frame == match_) return;
+  match_ = frame;
+  Fire(&VL::Listener::OnPreviewTimeChanged);
+  composition_.RebuildTopPath();
+  composition_.RefreshPanel();
+}
+
+void VLOverlay::SetInitialTransformDirect(const types::affine& transform) {
+  if (transform == initialTransform_) return;
+  // A hand-made transform is no alignment.
+  alignment_ = Alignment::No;
+  initialTransform_ = transform;
+  {
+    std::lock_guard lock(transformsLock_);
+    std::fill(transformKnown_.begin(), transformKnown_.end(), 0);
+  }
+  composition_.RefreshView();
+  composition_.RefreshPanel();
+}
+
+void VLOverlay::SetAlignmentDirect(Alignment alignment) {
+  if (alignment == alignment_) return;
+  alignment_ = alignment;
+  ApplyAlignment();
+  composition_.RefreshView();
+  composition_.RefreshPanel();
+}
+
+void VLOverlay::ApplyAlignment() {
+  if (alignment_ == Alignment::No || IsEmpty() || composition_.IsEmpty()) return;
+  // The differences are unsigned on purpose: an overlay larger than the
+  // underlay moves by nearly 2^32 pixels, not by a small negative amount.
+  // Projects and exported keys depend on that; it must stay.
+  const uint32_t dx = composition_.GetWidth() - width_;
+  const uint32_t dy = composition_.GetHeight() - height_;
+  types::affine t;
+  if (alignment_ == Alignment::TopRightCorner || alignment_ == Alignment::BottomRightCorner)
+    t.x = double(dx);
+  if (alignment_ == Alignment::BottomLeftCorner || alignment_ == Alignment::BottomRightCorner)
+    t.y = double(dy);
+  const Alignment kept = alignment_;
+  SetInitialTransformDirect(t);
+  alignment_ = kept;
+}
+
+void VLOverlay::SetAlphaDirect(AlphaInterpretation alpha) {
+  if (alpha == alpha_) return;
+  alpha_ = alpha;
+  composition_.RefreshView();
+  composition_.RefreshPanel();
+}
+
+bool VLOverlay::ImportDirect(const std::vector<std::string>& paths, bool askAboutAlpha) {
+  if (composition_.IsEmpty()) return false;
+  if (paths.empty()) throw std::runtime_error("no images in sequence");
+  const bool wasEmpty = IsEmpty();
+  img::frame_size size;
+  bool hasAlpha = false;
+  img::read_image_size(paths.front(), size, &hasAlpha);
+  if (askAboutAlpha && !hasAlpha && composition_.GetDialogs()) {
+    const app::Answer answer = composition_.GetDialogs()->ask(
+        "You have an image with no Alpha channel.\nWhen loaded as Overlay it will not lead to\n"
+        "meaningful results. Proceed?",
+        app::Buttons::OkCancel, app::Icon::Warning);
+    if (answer != app::Answer::Ok) return false;
+  }
+  width_ = size.width;
+  height_ = size.height;
+  paths_ = paths;
+  // A sequence starts at the current time; a still image covers the whole
+  // composition. Either stands as imported at the current time.
+  const int32_t now = std::max(composition_.GetCurrentTime(), 0);
+  sourceOffset_ = IsStill() ? 0 : now;
+  trimming_ = {0, GetFrameCount()};
+  match_ = now;
+  if (wasEmpty) {
+    // A replacing import keeps alignment, alpha and initial transform.
+    alignment_ = composition_.defaultAlignment;
+    alpha_ = composition_.defaultAlpha;
+    ApplyAlignment();
+  }
+  Fire(&VL::Listener::OnObjectChanged);
+  composition_.RebuildTopPath();
+  composition_.RefreshView();
+  composition_.RefreshPanel();
+  return true;
+}
+
+void VLOverlay::ClearDirect() {
+  if (composition_.IsOverlayActive()) composition_.SetOverlayActive(false);
+  Reset();
+  Fire(&VL::Listener::OnDataChanged);
+  composition_.RefreshView();
+}
+
+void VLOverlay::Reset() {
+  sourceOffset_ = 0;
+  trimming_ = {};
+  match_ = 0;
+  transformSpan_ = {};
+  paths_.clear();
+  width_ = height_ = 0;
+  initialTransform_ = {};
+}
+
+void VLOverlay::SetTransformSpan(int32_t first, int32_t last) {
+  const int32_t end = sourceOffset_ + GetFrameCount();
+  first = std::clamp(first, sourceOffset_, end);
+  last = std::clamp(last, sourceOffset_, end);
+  if (first > last) first = last = 0;
+  const bool changed = transformSpan_ != My::Span{first, last};
+  transformSpan_ = {first, last};
+  {
+    std::lock_guard lock(transformsLock_);
+    transforms_.resize(size_t(last - first));
+    transformKnown_.assign(size_t(last - first), 0);
+  }
+  if (changed) Fire(&VL::Listener::OnCurrentTimeChanged);
+}
+
+types::affine VLOverlay::GetTransform(int32_t frame) {
+  if (!transformSpan_.contains(frame)) return composition_.TransformBetween(match_, frame);
+  const size_t i = size_t(frame - transformSpan_.first);
+  {
+    std::lock_guard lock(transformsLock_);
+    if (transformKnown_[i]) return transforms_[i];
+  }
+  // Computed outside the lock: two threads may compute the same entry, and
+  // both get the same value.
+  const types::affine t = composition_.TransformBetween(match_, frame);
+  std::lock_guard lock(transformsLock_);
+  transforms_[i] = t;
+  transformKnown_[i] = 1;
+  return t;
+}
+
+void VLOverlay::CompleteTransforms() {
+  for (int32_t f = transformSpan_.first; f < transformSpan_.last; ++f) GetTransform(f);
+}
+
+void VLOverlay::TakeOver(Stored stored) {
+  sourceOffset_ = stored.sourceOffset;
+  trimming_ = stored.trimming;
+  match_ = stored.match;
+  transformSpan_ = stored.transformSpan;
+  paths_ = std::move(stored.paths);
+  width_ = stored.width;
+  height_ = stored.height;
+  alpha_ = stored.alpha;
+  alignment_ = stored.alignment;
+  initialTransform_ = stored.initialTransform;
+  std::lock_guard lock(transformsLock_);
+  transforms_.assign(size_t(std::max(transformSpan_.length(), 0)), types::affine{});
+  transformKnown_.assign(transforms_.size(), 0);
+}
+
+VLOverlay::Stored VLOverlay::GetStored() const {
+  return {sourceOffset_, trimming_, match_, transformSpan_, paths_,
+          width_,        height_,   alpha_, alignment_,     initialTransform_};
+}

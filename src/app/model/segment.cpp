@@ -1,0 +1,309 @@
+#include "app/model/segment.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+
+#include "app/model/comp.h"
+#include "app/model/segment_actions.h"
+#include "app/ports.h"
+#include "base/errors.h"
+
+namespace {
+
+// A tracker's result reached the owning thread: the segment's data span
+// follows the arrays, and the project counts as modified.
+class SegmentDataSpanMessage : public app::VLMessage {
+ public:
+  SegmentDataSpanMessage(VLSegment& segment, My::Span span, int32_t frame)
+      : segment_(segment), span_(span), frame_(frame) {}
+  void Execute() override {
+    segment_.SetDataSpan(span_.first, span_.last);
+    if (VLComp* comp = segment_.GetComposition()) {
+      comp->GetActionQueue().CountModification();
+      comp->RefreshView();
+    }
+  }
+  int32_t frame() const { return frame_; }
+
+ private:
+  VLSegment& segment_;
+  My::Span span_;
+  int32_t frame_;  // the frame just done
+};
+
+void Push(VLSegment& segment, std::unique_ptr<Action> action) {
+  if (VLComp* comp = segment.GetComposition()) comp->GetActionQueue().Push(std::move(action));
+}
+
+}  // namespace
+
+types::affine Power(types::affine a, int64_t k) {
+  types::affine r;
+  while (k > 0) {
+    if (k & 1) r = r * a;
+    k >>= 1;
+    if (k > 0) a = a * a;
+  }
+  return r;
+}
+
+bool SameMask(const VL::Mask& a, const VL::Mask& b) {
+  if (a.width != b.width || a.height != b.height) return false;
+  const uint32_t full = a.width / 8, rest = a.width % 8;
+  const uint8_t tail = uint8_t(0xFF00u >> rest);
+  for (uint32_t y = 0; y < a.height; ++y) {
+    if (std::memcmp(a.rows[y], b.rows[y], full) != 0) return false;
+    if (rest && ((a.rows[y][full] ^ b.rows[y][full]) & tail)) return false;
+  }
+  return true;
+}
+
+uint64_t CountSetPixels(const VL::Mask& mask) {
+  const uint32_t full = mask.width / 8, rest = mask.width % 8;
+  const uint8_t tail = uint8_t(0xFF00u >> rest);
+  uint64_t n = 0;
+  for (uint32_t y = 0; y < mask.height; ++y) {
+    for (uint32_t i = 0; i < full; ++i) n += std::popcount(mask.rows[y][i]);
+    if (rest) n += std::popcount(uint8_t(mask.rows[y][full] & tail));
+  }
+  return n;
+}
+
+// --- VLSegmentInterface ------------------------------------------------------
+
+bool VLSegmentInterface::IsActive() const {
+  return segment_.IsActive();
+}
+int32_t VLSegmentInterface::GetOrigin() const {
+  return segment_.GetOrigin();
+}
+My::Span VLSegmentInterface::GetTimeSpan() const {
+  return segment_.GetTimeSpan();
+}
+void VLSegmentInterface::SetTimeSpan(int32_t first, int32_t last) {
+  Push(segment_, std::make_unique<SegmentTimeSpanAction>(segment_, My::Span{first, last}));
+}
+My::Span VLSegmentInterface::GetDataSpan() const {
+  return segment_.GetDataSpan();
+}
+bool VLSegmentInterface::IsProcessing() const {
+  return segment_.IsProcessing();
+}
+bool VLSegmentInterface::IsEdited() const {
+  return segment_.IsEdited();
+}
+void VLSegmentInterface::BeginEdit() {
+  VLComp* comp = segment_.GetComposition();
+  if (comp && !segment_.IsProcessing()) comp->SetEditedSegment(&segment_);
+}
+void VLSegmentInterface::EndEdit() {
+  if (segment_.IsEdited()) segment_.GetComposition()->SetEditedSegment(nullptr);
+}
+const VLSegmentParams& VLSegmentInterface::GetParams() const {
+  return segment_.GetParams();
+}
+void VLSegmentInterface::SetParams(const VLSegmentParams& params) {
+  Push(segment_, std::make_unique<SegmentParamsAction>(segment_, params));
+}
+const VL::Mask& VLSegmentInterface::GetMask() const {
+  return segment_.GetMask();
+}
+void VLSegmentInterface::SetMask(const VL::Mask& mask) {
+  Push(segment_, std::make_unique<SegmentMaskAction>(segment_, mask));
+}
+void VLSegmentInterface::Trim() {
+  Push(segment_, std::make_unique<SegmentTrimAction>(segment_));
+}
+
+My::Span VLSegmentInterface::GetDisplayTimeSpan() const {
+  const int32_t start = segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
+  const My::Span span = segment_.GetTimeSpan();
+  return {span.first + start, span.last + start};
+}
+
+void VLSegmentInterface::SetDisplayTimeSpan(int32_t first, int32_t last) {
+  const int32_t start = segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
+  SetTimeSpan(first - start, last - start);
+}
+
+// --- VLSegment ---------------------------------------------------------------
+
+VLSegment::VLSegment() : interface_(*this), data_(std::make_shared<VLSegmentData>()) {}
+
+VLSegment::VLSegment(VLComp& composition, int32_t origin)
+    : interface_(*this),
+      composition_(&composition),
+      origin_(origin),
+      timeSpan_{origin, origin + 1},
+      data_(std::make_shared<VLSegmentData>()) {
+  dataSpan_ = data_->DataSpan(origin_);
+  SetTimeSpanDirect(origin - 5, origin + 6);
+}
+
+VLSegment::~VLSegment() {
+  if (composition_ && composition_->GetEditedSegment() == this)
+    composition_->SetEditedSegment(nullptr);
+}
+
+My::Span VLSegment::GetDataSpan() const {
+  std::lock_guard lock(lock_);
+  return dataSpan_;
+}
+
+VLSegmentDataPtr VLSegment::GetData() const {
+  std::lock_guard lock(lock_);
+  return data_;
+}
+
+bool VLSegment::IsEdited() const {
+  return composition_ && composition_->GetEditedSegment() == this;
+}
+
+bool VLSegment::IsActive() const {
+  if (!composition_) return false;
+  const int32_t active = composition_->GetActiveSegment();
+  return active >= 0 && active < composition_->GetSegmentCount() &&
+         &composition_->GetSegmentObject(active) == this;
+}
+
+void VLSegment::FireObjectChanged() {
+  if (VL::Listener* l = interface_.GetListener()) l->OnObjectChanged();
+}
+
+bool VLSegment::SetTimeSpanDirect(int32_t first, int32_t last) {
+  const int32_t length = composition_ ? composition_->GetLength() : 0;
+  first = std::min(std::clamp(first, 0, length), origin_);
+  last = std::max(std::clamp(last, 0, length), origin_ + 1);
+  if (timeSpan_ == My::Span{first, last}) return false;
+  timeSpan_ = {first, last};
+  FireObjectChanged();
+  if (composition_) {
+    composition_->RebuildTopPath();
+    composition_->RefreshPanel();
+  }
+  return true;
+}
+
+void VLSegment::SetDataSpan(int32_t first, int32_t last) {
+  {
+    std::lock_guard lock(lock_);
+    if (dataSpan_ == My::Span{first, last}) return;
+    dataSpan_ = {first, last};
+  }
+  if (VL::Listener* l = interface_.GetListener()) l->OnDataChanged();
+  if (composition_) composition_->RebuildTopPath();
+}
+
+void VLSegment::SetSelected(bool selected) {
+  if (selected_ == selected) return;
+  selected_ = selected;
+  if (VL::Listener* l = interface_.GetListener()) l->OnStateChanged();
+}
+
+void VLSegment::SetStatus(int32_t status) {
+  if (status_ == status) return;
+  status_ = status;
+  if (VL::Listener* l = interface_.GetListener()) l->OnStateChanged();
+  if (composition_) composition_->RefreshPanel();
+}
+
+bool VLSegment::SetParamsDirect(const VLSegmentParams& params) {
+  if (!AssignClamped(params_, params)) return false;
+  if (composition_) {
+    composition_->RefreshView();
+    composition_->RefreshPanel();
+  }
+  return true;
+}
+
+void VLSegment::SetMaskDirect(const VL::Mask& mask) {
+  mask_ = mask;
+  if (composition_) {
+    if (composition_->hooks.maskChanged) composition_->hooks.maskChanged(*this);
+    composition_->RefreshView();
+  }
+}
+
+types::affine VLSegment::GetTransform(int32_t frame) const {
+  types::affine last, step;
+  int64_t k = 0;
+  {
+    std::lock_guard lock(lock_);
+    const VLSegmentData& d = *data_;
+    if (dataSpan_.contains(frame)) return d.At(frame, origin_);
+    if (frame < dataSpan_.first) {
+      const size_t n = d.backward.size();
+      if (n == 0) return {};
+      last = d.backward[n - 1];
+      step = n == 1 ? last : last * d.backward[n - 2].inverse();
+      k = int64_t(origin_) - frame - int64_t(n);
+    } else {
+      const size_t n = d.forward.size();
+      if (n < 2) return {};
+      last = d.forward[n - 1];
+      step = n == 2 ? last : last * d.forward[n - 2].inverse();
+      k = int64_t(frame) - origin_ - int64_t(n) + 1;
+    }
+  }
+  // The step repeats the last measured motion; its order (L after D^k) is
+  // part of the results other programs see, so it must not change.
+  return last * Power(step, k);
+}
+
+void VLSegment::AddTransform(bool forward,
+                             My::Span& span,
+                             const types::affine& transform,
+                             app::GuiQueue& queue) {
+  int32_t frame;
+  {
+    std::lock_guard lock(lock_);
+    if (forward) {
+      data_->Append(VLSegmentData::Direction::Forward, transform);
+      frame = span.last++;
+    } else {
+      data_->Append(VLSegmentData::Direction::Backward, transform);
+      frame = --span.first;
+    }
+  }
+  queue.post(std::make_unique<SegmentDataSpanMessage>(*this, span, frame));
+}
+
+void VLSegment::ReplaceData(VLSegmentDataPtr data) {
+  My::Span span;
+  {
+    std::lock_guard lock(lock_);
+    data_ = std::move(data);
+    span = data_->DataSpan(origin_);
+  }
+  SetDataSpan(span.first, span.last);
+  timing_ = timing::tree();
+}
+
+void VLSegment::AttachToComposition(VLComp& composition) {
+  composition_ = &composition;
+  if (mask_.width != composition.GetWidth() || mask_.height != composition.GetHeight()) {
+    std::ostringstream text;
+    text << "incompatible segment mask dimensions (" << mask_.width << ", " << mask_.height << ")";
+    throw xtd::exception(text.str());
+  }
+  if (origin_ < 0 || origin_ >= composition.GetLength()) {
+    std::ostringstream text;
+    text << "segment origin (" << origin_ << ") out of the composition";
+    throw xtd::exception(text.str());
+  }
+  const int32_t length = composition.GetLength();
+  timeSpan_ = {std::clamp(timeSpan_.first, 0, length), std::clamp(timeSpan_.last, 0, length)};
+}
+
+void VLSegment::TakeOver(Stored stored) {
+  origin_ = stored.origin;
+  timeSpan_ = stored.timeSpan;
+  params_ = stored.params;
+  mask_ = std::move(stored.mask);
+  std::lock_guard lock(lock_);
+  data_ = stored.data ? std::move(stored.data) : std::make_shared<VLSegmentData>();
+  dataSpan_ = data_->DataSpan(origin_);
+}
