@@ -4,14 +4,6 @@
 
 namespace app_testing {
 
-app::Answer ScriptedDialogs::ask(const std::string& text, app::Buttons, app::Icon) {
-  questions.push_back(text);
-  if (answers.empty()) return app::Answer::Cancel;
-  const app::Answer a = answers.front();
-  answers.pop_front();
-  return a;
-}
-
 std::string WriteImage(const testing_support::TempDir& dir,
                        const std::string& name,
                        uint32_t w,

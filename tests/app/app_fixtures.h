@@ -1,4 +1,4 @@
-// Stand-ins for the program around the model: scripted dialogs, a view that
+// Stand-ins for the program around the model: a view that
 // records what it is told, and a composition over generated frames.
 #pragma once
 
@@ -9,27 +9,10 @@
 
 #include "app/model/comp.h"
 #include "app/ports.h"
+#include "app/scripted_dialogs.h"
 #include "testing/files.h"
 
 namespace app_testing {
-
-// Answers questions from a script, in order, and records every question.
-// A question with no answer left is recorded and answered Cancel.
-class ScriptedDialogs : public app::UserDialogs {
- public:
-  std::deque<app::Answer> answers;
-  std::vector<std::string> questions;
-
-  app::Answer ask(const std::string& text, app::Buttons, app::Icon) override;
-  std::optional<app::FileChoiceResult> choose_open_file(const app::FileChoice&) override {
-    return std::nullopt;
-  }
-  std::optional<app::FileChoiceResult> choose_save_file(const app::FileChoice&) override {
-    return std::nullopt;
-  }
-  std::unique_ptr<app::Progress> begin_progress(const std::string&) override { return nullptr; }
-  void set_wait_cursor(bool) override {}
-};
 
 // Appends what the view is told to a shared log.
 class RecordingView : public app::ViewSurface {
@@ -60,7 +43,7 @@ struct CompFixture {
 
   testing_support::TempDir dir;
   app::OperationStack operations;
-  ScriptedDialogs dialogs;
+  app::ScriptedDialogs dialogs;
   std::vector<std::string> log;
   RecordingView view{log};
   VLComp comp{operations, &dialogs, &view};

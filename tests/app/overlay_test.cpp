@@ -30,7 +30,7 @@ TEST(Overlay, ImportPlacesSequenceAtCurrentTimeAndStillOverAll) {
     EXPECT_EQ(o.GetTrimming(), (My::Span{0, c.frameCount}));
     EXPECT_EQ(o.GetMatch(), 7);
   }
-  EXPECT_TRUE(f.dialogs.questions.empty());  // the image has alpha
+  EXPECT_TRUE(f.dialogs.questions().empty());  // the image has alpha
 }
 
 TEST(Overlay, AlphaQuestionDecidesAndRedoAsksNothing) {
@@ -43,14 +43,15 @@ TEST(Overlay, AlphaQuestionDecidesAndRedoAsksNothing) {
   const size_t steps = q.GetSize();
 
   // Cancel: the old overlay stays cleared and no step is kept.
-  f.dialogs.answers = {app::Answer::Cancel};
+  f.dialogs.answer(app::Answer::Cancel);
   o.GetInterface().Import({opaque});
-  EXPECT_EQ(f.dialogs.questions, std::vector<std::string>{kAlphaQuestion});
+  ASSERT_EQ(f.dialogs.questions().size(), 1u);
+  EXPECT_EQ(f.dialogs.questions()[0].text, kAlphaQuestion);
   EXPECT_TRUE(o.IsEmpty());
   EXPECT_EQ(q.GetSize(), steps);
   EXPECT_TRUE(f.operations.names().empty());
 
-  f.dialogs.answers = {app::Answer::Ok};
+  f.dialogs.answer(app::Answer::Ok);
   o.GetInterface().Import({opaque});
   EXPECT_TRUE(o.IsStill());
   EXPECT_EQ(q.GetUndoName(), "Load Overlay");
@@ -58,7 +59,7 @@ TEST(Overlay, AlphaQuestionDecidesAndRedoAsksNothing) {
   EXPECT_TRUE(o.IsEmpty());
   q.Redo();
   EXPECT_TRUE(o.IsStill());
-  EXPECT_EQ(f.dialogs.questions.size(), 2u);
+  EXPECT_EQ(f.dialogs.questions().size(), 2u);
 }
 
 TEST(Overlay, SettersClamp) {
