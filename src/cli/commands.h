@@ -18,10 +18,18 @@ int RunInfo(const std::vector<std::string>& args);
 int RunSequence(const std::vector<std::string>& args);
 int RunConvert(const std::vector<std::string>& args);
 int RunDemoShot(const std::vector<std::string>& args);
+int RunNew(const std::vector<std::string>& args);
+int RunSegment(const std::vector<std::string>& args);
+
+// info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
+// `yes` answers the questions opening the project may raise.
+int PrintProjectInfo(const std::string& path, bool json, bool yes);
 
 extern const Command kInfoCommand;
 extern const Command kSequenceCommand;
 extern const Command kConvertCommand;
 extern const Command kDemoShotCommand;
+extern const Command kNewCommand;
+extern const Command kSegmentCommand;
 
 }  // namespace cli

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <random>
 
+#include "app/command_line.h"
 #include "cli/commands.h"
 #include "cli/json.h"
 #include "cli/options.h"
@@ -69,11 +70,15 @@ std::string StagingName(const std::string& target) {
 }  // namespace
 
 int RunInfo(const std::vector<std::string>& args) {
-  Options options(args, {"--json"}, {});
+  Options options(args, {"--json", "--yes"}, {});
   const bool json = options.flag("--json");
   if (options.positional().empty()) throw UsageError("info needs at least one FILE");
   int status = 0;
   for (const auto& name : options.positional()) {
+    if (app::IsProjectPath(name)) {
+      status |= PrintProjectInfo(name, json, options.flag("--yes"));
+      continue;
+    }
     try {
       PrintInfo(ReadInfo(name), json);
     } catch (const std::exception& e) {
@@ -130,13 +135,22 @@ int RunConvert(const std::vector<std::string>& args) {
 
 const Command kInfoCommand = {
     "info", "what the image readers say of files",
-    "usage: velomar-cli info [--json] FILE...\n"
+    "usage: velomar-cli info [--json] [--yes] FILE...\n"
     "\n"
     "Describes each image file: format (\"BMP\", \"TGA\", or \"???\" when the image\n"
     "library reads it), size, bits per pixel, compression and alpha.\n"
     "With --json, one JSON object per file and line:\n"
     "  {\"name\", \"format\", \"width\", \"height\", \"bit_count\", \"uncompressed\", "
-    "\"has_alpha\"}\n",
+    "\"has_alpha\"}\n"
+    "\n"
+    "A project (.vlp) is described by its settings, segments and overlay; with\n"
+    "--json as {\"length\", \"width\", \"height\", \"framerate\", \"pixel_aspect\",\n"
+    "\"start_frame\", \"export_inaccuracy\", \"task\", \"export_model\", \"work_area\",\n"
+    "\"current_time\", \"preview_time\", \"active_segment\", \"overlay_active\",\n"
+    "\"segments\", \"overlay\"}. Frames there are indices from 0, as the file holds\n"
+    "them (add start_frame for the numbers the program shows); spans are\n"
+    "[first, last) and enumerations their file words. --yes answers questions\n"
+    "that opening the project raises.\n",
     RunInfo};
 
 const Command kConvertCommand = {

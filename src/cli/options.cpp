@@ -8,7 +8,9 @@ Options::Options(const std::vector<std::string>& args,
   bool only_positional = false;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    if (only_positional || a.size() < 2 || a[0] != '-' || a[1] != '-') {
+    // A one-letter option ("-o") counts only when the command knows it.
+    const bool known_short = a.size() == 2 && a[0] == '-' && (valued.count(a) || flags.count(a));
+    if (only_positional || (!known_short && (a.size() < 2 || a[0] != '-' || a[1] != '-'))) {
       positional_.push_back(a);
       continue;
     }
@@ -20,9 +22,9 @@ Options::Options(const std::vector<std::string>& args,
     const std::string name = a.substr(0, eq);
     if (valued.count(name)) {
       if (eq != std::string::npos) {
-        values_[name] = a.substr(eq + 1);
+        values_[name].push_back(a.substr(eq + 1));
       } else if (i + 1 < args.size()) {
-        values_[name] = args[++i];
+        values_[name].push_back(args[++i]);
       } else {
         throw UsageError("option " + name + " needs a value");
       }

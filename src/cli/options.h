@@ -25,12 +25,17 @@ class Options {
 
   bool flag(const std::string& name) const { return flags_.count(name) != 0; }
   bool has(const std::string& name) const { return values_.count(name) != 0; }
-  const std::string& value(const std::string& name) const { return values_.at(name); }
+  // The last value given; a repeated option keeps all of them in values().
+  const std::string& value(const std::string& name) const { return values_.at(name).back(); }
+  std::vector<std::string> values(const std::string& name) const {
+    const auto found = values_.find(name);
+    return found == values_.end() ? std::vector<std::string>() : found->second;
+  }
   const std::vector<std::string>& positional() const { return positional_; }
 
  private:
   std::set<std::string> flags_;
-  std::map<std::string, std::string> values_;
+  std::map<std::string, std::vector<std::string>> values_;
   std::vector<std::string> positional_;
 };
 

@@ -31,15 +31,28 @@ std::string FailureText(const std::exception& e) {
   return text;
 }
 
-int ReportFailure(const std::string& operation, const std::exception& e, bool json) {
-  const std::string text = FailureText(e);
-  std::fprintf(stderr, "%s\n", ReportText(operation, text).c_str());
+namespace {
+
+int PrintFailure(const std::string& report, const std::string& text, bool json) {
+  std::fprintf(stderr, "%s\n", report.c_str());
   if (json) {
     Json j;
     j.begin_object().key("error").value(text).end_object();
     std::printf("%s\n", j.str().c_str());
   }
   return 1;
+}
+
+}  // namespace
+
+int ReportFailure(const std::string& operation, const std::exception& e, bool json) {
+  const std::string text = FailureText(e);
+  return PrintFailure(ReportText(operation, text), text, json);
+}
+
+int ReportFailure(app::OperationStack& operations, const std::exception& e, bool json) {
+  const std::string text = FailureText(e);
+  return PrintFailure(app::ErrorReportText(operations, text), text, json);
 }
 
 }  // namespace cli

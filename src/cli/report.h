@@ -5,6 +5,10 @@
 #include <exception>
 #include <string>
 
+namespace app {
+class OperationStack;
+}
+
 namespace cli {
 
 // "Error while <operation>:\n<text>", with a final "." unless the text ends
@@ -18,5 +22,9 @@ std::string FailureText(const std::exception& e);
 
 // Prints the failure and returns the exit status 1.
 int ReportFailure(const std::string& operation, const std::exception& e, bool json);
+
+// The same for a failure inside the application object: the innermost
+// operation on its stack names what failed, and the stack is emptied.
+int ReportFailure(app::OperationStack& operations, const std::exception& e, bool json);
 
 }  // namespace cli

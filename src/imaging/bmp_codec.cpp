@@ -234,4 +234,41 @@ uint64_t write(std::ostream& out, const image& picture, bool with_alpha) {
   return uint64_t(std::streamoff(out.tellp()));
 }
 
+uint64_t write_mask(std::ostream& out, const bitmap<bit1>& mask) {
+  out.exceptions(std::ios::failbit | std::ios::badbit);
+
+  // Rows of a one-bit BMP are padded to 4 bytes like any other; the padding
+  // and the bits past the width are written as 0, never as stray memory.
+  bitmap<bit1> rows(mask.width, mask.height, 4);
+  rows.set_top_down(0);
+  const size_t used = size_t(bit1::row_bytes(mask.width));
+  const unsigned tail = mask.width & 7;
+  for (uint32_t y = 0; y < mask.height; ++y) {
+    std::memset(rows.rows[y], 0, rows.stride);
+    if (used) std::memcpy(rows.rows[y], mask.rows[y], used);
+    if (tail) rows.rows[y][used - 1] &= uint8_t(0xFF00 >> tail);
+  }
+  constexpr uint32_t kPaletteBytes = 8;
+  if (rows.size > UINT32_MAX - kHeaderBytes - kPaletteBytes)
+    throw io_error("image is too large for the file format");
+
+  uint8_t file_header[14] = {'B', 'M'};
+  codec::put32(file_header + 2, kHeaderBytes + kPaletteBytes + rows.size);
+  codec::put32(file_header + 10, kHeaderBytes + kPaletteBytes);
+  uint8_t info_header[40] = {};
+  codec::put32(info_header + 0, 40);
+  codec::put32(info_header + 4, mask.width);
+  codec::put32(info_header + 8, mask.height);
+  codec::put16(info_header + 12, 1);
+  codec::put16(info_header + 14, 1);
+  codec::put32(info_header + 32, 2);  // colours used
+  const uint8_t palette[kPaletteBytes] = {0, 0, 0, 0, 255, 255, 255, 0};
+
+  out.write(reinterpret_cast<const char*>(file_header), sizeof file_header);
+  out.write(reinterpret_cast<const char*>(info_header), sizeof info_header);
+  out.write(reinterpret_cast<const char*>(palette), sizeof palette);
+  if (rows.size) out.write(reinterpret_cast<const char*>(rows.data), rows.size);
+  return uint64_t(std::streamoff(out.tellp()));
+}
+
 }  // namespace img::bmp

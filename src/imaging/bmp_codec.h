@@ -34,4 +34,9 @@ void read(std::istream& in, image& out);
 // Stream failures surface as the stream's own exception (its mask is set here).
 uint64_t write(std::ostream& out, const image& picture, bool with_alpha);
 
+// Writes a one-bit mask as a bottom-up BMP of 1 bit per pixel with a
+// two-entry palette, black for clear and white for set pixels; returns the
+// stream's position after the last byte. Failures as write().
+uint64_t write_mask(std::ostream& out, const bitmap<bit1>& mask);
+
 }  // namespace img::bmp

@@ -87,6 +87,35 @@ void discard(std::ofstream& out, const std::string& name) {
   std::filesystem::remove(name, ignored);
 }
 
+// Opens `name`, lets `encode` fill it and returns its size. Failures name the
+// file; whatever was written is removed first.
+template <class Encode>
+uint64_t write_file(const std::string& name, Encode encode) {
+  std::ofstream out;
+  out.exceptions(std::ios::failbit | std::ios::badbit);
+  try {
+    out.open(name, std::ios::binary | std::ios::trunc);
+  } catch (const std::ios_base::failure&) {
+    throw write_failure(name, errno);
+  }
+  try {
+    const uint64_t bytes = encode(out);
+    out.close();
+    return bytes;
+  } catch (io_error& e) {
+    discard(out, name);
+    e.set_file(name);
+    throw;
+  } catch (const std::ios_base::failure&) {
+    const int error = errno;
+    discard(out, name);
+    throw write_failure(name, error);
+  } catch (...) {
+    discard(out, name);
+    throw;
+  }
+}
+
 }  // namespace
 
 void native_reader::extensions(std::vector<std::string>& out) const {
@@ -160,31 +189,14 @@ uint64_t native_writer::write(const std::string& name,
                               bool with_alpha) {
   const format_kind kind = by_word(format);
   if (kind == format_kind::other) throw io_error("file format is not supported", name);
+  return write_file(name, [&](std::ostream& out) {
+    return kind == format_kind::bmp ? bmp::write(out, picture, with_alpha)
+                                    : tga::write(out, picture, with_alpha);
+  });
+}
 
-  std::ofstream out;
-  out.exceptions(std::ios::failbit | std::ios::badbit);
-  try {
-    out.open(name, std::ios::binary | std::ios::trunc);
-  } catch (const std::ios_base::failure&) {
-    throw write_failure(name, errno);
-  }
-  try {
-    const uint64_t bytes = kind == format_kind::bmp ? bmp::write(out, picture, with_alpha)
-                                                    : tga::write(out, picture, with_alpha);
-    out.close();
-    return bytes;
-  } catch (io_error& e) {
-    discard(out, name);
-    e.set_file(name);
-    throw;
-  } catch (const std::ios_base::failure&) {
-    const int error = errno;
-    discard(out, name);
-    throw write_failure(name, error);
-  } catch (...) {
-    discard(out, name);
-    throw;
-  }
+uint64_t write_mask_bmp(const std::string& name, const bitmap<bit1>& mask) {
+  return write_file(name, [&](std::ostream& out) { return bmp::write_mask(out, mask); });
 }
 
 }  // namespace img

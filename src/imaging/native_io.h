@@ -48,4 +48,8 @@ class native_writer : public image_writer {
                  bool with_alpha) override;
 };
 
+// Writes a one-bit mask as a BMP of 1 bit per pixel (set pixels white) and
+// returns the file's size. Failures as native_writer::write.
+uint64_t write_mask_bmp(const std::string& name, const bitmap<bit1>& mask);
+
 }  // namespace img

@@ -120,6 +120,7 @@ class VLComp {
   app::OperationStack& GetOperations() { return operations_; }
   app::UserDialogs* GetDialogs() const { return dialogs_; }
   VLActionQueue& GetActionQueue() { return actionQueue_; }
+  const VLActionQueue& GetActionQueue() const { return actionQueue_; }
 
   bool IsEmpty() const { return underlay_.empty(); }
   int32_t GetLength() const { return int32_t(underlay_.size()); }

@@ -1,0 +1,11 @@
+#include "app/commands/project_files.h"
+
+#include "app/file/project_file.h"
+
+namespace app {
+
+ProjectFileAccess ProjectFiles() {
+  return {&LoadProjectFile, &SaveProjectFile};
+}
+
+}  // namespace app

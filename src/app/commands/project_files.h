@@ -1,0 +1,10 @@
+// The project file's reader and writer as the application object takes them.
+#pragma once
+
+#include "app/commands/application.h"
+
+namespace app {
+
+ProjectFileAccess ProjectFiles();
+
+}  // namespace app

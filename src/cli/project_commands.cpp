@@ -1,0 +1,205 @@
+// velomar-cli new, segment: build and edit projects through the application
+// object, its questions and its undo queue, as the window does; the project
+// is saved only when the whole command worked.
+#include <charconv>
+#include <cstdio>
+#include <stdexcept>
+#include <type_traits>
+
+#include "app/model/comp.h"
+#include "base/segment_params.h"
+#include "cli/commands.h"
+#include "cli/json.h"
+#include "cli/options.h"
+#include "cli/project_session.h"
+
+namespace cli {
+
+namespace {
+
+uint32_t ParseCount(const std::string& text, const std::string& what) {
+  uint32_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end)
+    throw UsageError(what + " needs a whole number, not '" + text + "'");
+  return value;
+}
+
+// A frame index from the user's number; throws when it is outside the composition.
+int32_t FrameIndex(VLComp& comp, int32_t user) {
+  const int64_t index = int64_t(user) - comp.GetStartFrame();
+  if (index < 0 || index >= comp.GetLength())
+    throw std::runtime_error("frame " + std::to_string(user) + " is outside the composition (" +
+                             std::to_string(comp.GetStartFrame()) + " to " +
+                             std::to_string(int64_t(comp.GetStartFrame()) + comp.GetLength() - 1) +
+                             ")");
+  return int32_t(index);
+}
+
+int32_t SegmentIndex(VLComp& comp, const std::string& text) {
+  const uint32_t index = ParseCount(text, "a segment");
+  if (index >= uint32_t(comp.GetSegmentCount()))
+    throw std::runtime_error("no segment " + text + ": the project has " +
+                             std::to_string(comp.GetSegmentCount()));
+  return int32_t(index);
+}
+
+// KEY=VALUE for one stored parameter: numbers, 0/1 or true/false, file words.
+void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
+  const auto eq = assignment.find('=');
+  if (eq == std::string::npos) throw UsageError("--param needs KEY=VALUE");
+  const std::string key = assignment.substr(0, eq), text = assignment.substr(eq + 1);
+  for (const auto& field : SegmentParamFields()) {
+    if (key != field.key) continue;
+    std::visit(
+        [&](auto member) {
+          auto& value = params.*member;
+          using T = std::decay_t<decltype(value)>;
+          if constexpr (std::is_same_v<T, unsigned>) {
+            value = ParseCount(text, key);
+          } else if constexpr (std::is_same_v<T, bool>) {
+            if (text != "0" && text != "1" && text != "true" && text != "false")
+              throw UsageError(key + " is 0, 1, true or false");
+            value = text == "1" || text == "true";
+          } else {
+            const auto word = FromFileWord<T>(text);
+            if (!word) throw UsageError("'" + text + "' is no value of " + key);
+            value = *word;
+          }
+        },
+        field.member);
+    return;
+  }
+  std::string keys;
+  for (const auto& field : SegmentParamFields())
+    keys += std::string(keys.empty() ? "" : ", ") + field.key;
+  throw UsageError("unknown parameter " + key + " (known: " + keys + ")");
+}
+
+int RunSegmentAdd(const Options& options, bool json) {
+  const auto& pos = options.positional();
+  if (pos.size() != 2) throw UsageError("segment add needs PROJECT");
+  if (!options.has("--key") || !options.has("--mask"))
+    throw UsageError("segment add needs --key FRAME and --mask MASK");
+  const int32_t key = ParseUserFrame(options.value("--key"), "--key");
+  int32_t span_first = 0, span_last = 0;
+  const bool has_span = options.has("--span");
+  if (has_span) {
+    const std::string& span = options.value("--span");
+    const auto colon = span.find(':');
+    if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
+    span_first = ParseUserFrame(span.substr(0, colon), "--span");
+    span_last = ParseUserFrame(span.substr(colon + 1), "--span");
+    if (span_first > key || span_last < key) throw UsageError("--span must hold the key frame");
+  }
+  VLSegmentParams params;
+  ProjectSession session(options.flag("--yes"));
+  return session.Run(
+      [&] {
+        session.Open(pos[1]);
+        VLComp& comp = session.comp();
+        comp.SetCurrentTime(FrameIndex(comp, key));
+        session.app().OnNewSegment();
+        VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
+        if (has_span)
+          segment.SetTimeSpan(FrameIndex(comp, span_first), FrameIndex(comp, span_last) + 1);
+        params = segment.GetParams();
+        for (const auto& p : options.values("--param")) ApplyParam(params, p);
+        segment.SetParams(params);
+        session.app().ImportMaskFile(options.value("--mask"));
+        session.app().OnSave();
+        if (json)
+          std::printf("{\"segment\": %d}\n", comp.GetActiveSegment());
+        else
+          std::printf("%d\n", comp.GetActiveSegment());
+      },
+      json);
+}
+
+int RunSegmentRemoveOrMove(const Options& options, bool json, bool move) {
+  const auto& pos = options.positional();
+  if (pos.size() != (move ? 4u : 3u))
+    throw UsageError(move ? "segment move needs PROJECT INDEX NEW_INDEX"
+                          : "segment remove needs PROJECT INDEX");
+  ProjectSession session(options.flag("--yes"));
+  return session.Run(
+      [&] {
+        session.Open(pos[1]);
+        VLComp& comp = session.comp();
+        const int32_t index = SegmentIndex(comp, pos[2]);
+        const int32_t target = move ? SegmentIndex(comp, pos[3]) : 0;
+        comp.GetInterface().SetActiveSegment(index);
+        if (move)
+          comp.GetInterface().MoveActiveSegment(target);
+        else
+          session.app().OnClear();
+        session.app().OnSave();
+      },
+      json);
+}
+
+}  // namespace
+
+int RunNew(const std::vector<std::string>& args) {
+  Options options(args, {"--json"}, {"-o", "--output", "--rate"});
+  const bool json = options.flag("--json");
+  if (options.positional().size() != 1) throw UsageError("new needs one SEQUENCE");
+  const std::string out = options.has("-o")         ? options.value("-o")
+                          : options.has("--output") ? options.value("--output")
+                                                    : std::string();
+  if (out.empty()) throw UsageError("new needs -o PROJECT.vlp");
+  const uint32_t rate = options.has("--rate") ? ParseCount(options.value("--rate"), "--rate") : 50;
+  if (rate == 0) throw UsageError("--rate must be at least 1");
+  ProjectSession session(false);
+  return session.Run(
+      [&] {
+        session.app().LoadSequenceFile(options.positional()[0], rate);
+        if (!session.app().IsProjectOpen())
+          throw std::runtime_error("no images in sequence: " + options.positional()[0]);
+        session.app().SaveProjectAs(out);
+      },
+      json);
+}
+
+int RunSegment(const std::vector<std::string>& args) {
+  Options options(args, {"--json", "--yes"}, {"--key", "--mask", "--span", "--param"});
+  const bool json = options.flag("--json");
+  const std::string verb = options.positional().empty() ? "" : options.positional()[0];
+  if (verb == "add") return RunSegmentAdd(options, json);
+  if (verb == "remove") return RunSegmentRemoveOrMove(options, json, false);
+  if (verb == "move") return RunSegmentRemoveOrMove(options, json, true);
+  throw UsageError("segment needs add, remove or move");
+}
+
+const Command kNewCommand = {
+    "new", "a new project from an image sequence",
+    "usage: velomar-cli new [--rate N] [--json] SEQUENCE -o PROJECT.vlp\n"
+    "\n"
+    "Makes a project of the sequence that SEQUENCE (one numbered frame or an\n"
+    ".ais list) belongs to and saves it as PROJECT.vlp. The frame rate is 50\n"
+    "unless --rate gives it; the pixel aspect follows from the frame size and\n"
+    "the start frame from the number in the first frame's name.\n",
+    RunNew};
+
+const Command kSegmentCommand = {
+    "segment", "add, remove or reorder a project's segments",
+    "usage: velomar-cli segment add PROJECT.vlp --key FRAME --mask MASK.bmp\n"
+    "                          [--span FIRST:LAST] [--param KEY=VALUE]... [--yes] [--json]\n"
+    "       velomar-cli segment remove PROJECT.vlp INDEX\n"
+    "       velomar-cli segment move PROJECT.vlp INDEX NEW_INDEX\n"
+    "\n"
+    "add puts a new segment on top of the stack (index 0) with its key frame at\n"
+    "FRAME, tracking FIRST to LAST (both included; default a few frames around\n"
+    "the key), the mask read from MASK (white inside) and the parameters given\n"
+    "by their project-file keys. Prints the new segment's index.\n"
+    "FRAME, FIRST and LAST are frame numbers as the program shows them: the\n"
+    "frame's index from 0 plus the project's start frame.\n"
+    "A mask with no white or no black pixels, or of another size than the\n"
+    "frames, raises a question: --yes answers it with OK (the mask is then cut\n"
+    "or padded at its right and bottom); without --yes the command fails.\n"
+    "remove and move take segment indices from 0 at the top of the stack.\n"
+    "The project is saved only when the whole command worked.\n",
+    RunSegment};
+
+}  // namespace cli

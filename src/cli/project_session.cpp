@@ -1,0 +1,63 @@
+#include "cli/project_session.h"
+
+#include <charconv>
+#include <cstdio>
+#include <stdexcept>
+
+#include "app/commands/project_files.h"
+#include "app/model/comp.h"
+#include "cli/options.h"
+#include "cli/report.h"
+
+namespace cli {
+
+app::Answer FlagDialogs::ask(const std::string& text, app::Buttons buttons, app::Icon icon) {
+  if (buttons != app::Buttons::Ok && !yes_) throw std::runtime_error(text);
+  return ScriptedDialogs::ask(text, buttons, icon);
+}
+
+ProjectSession::ProjectSession(bool yes)
+    : dialogs_(yes),
+      app_({.queue = queue_,
+            .dialogs = dialogs_,
+            .profile = profile_,
+            .files = app::ProjectFiles()}) {}
+
+VLComp& ProjectSession::comp() {
+  return app_.GetComposition();
+}
+
+void ProjectSession::Open(const std::string& path) {
+  if (!app_.OpenDocumentFile(path) || !app_.IsProjectOpen())
+    throw std::runtime_error("could not open project: " + path);
+}
+
+int ProjectSession::Run(const std::function<void()>& command, bool json) {
+  try {
+    command();
+    queue_.pump();
+  } catch (const UsageError&) {
+    throw;
+  } catch (const std::exception& e) {
+    return ReportFailure(app_.GetOperations(), e, json);
+  }
+  for (const auto& q : dialogs_.questions()) {
+    if (q.buttons == app::Buttons::Ok) continue;
+    std::string line = q.text;
+    for (char& c : line)
+      if (c == '\n') c = ' ';
+    std::fprintf(stderr, "velomar-cli: answered yes: %s\n", line.c_str());
+  }
+  return 0;
+}
+
+int32_t ParseUserFrame(const std::string& text, const std::string& what) {
+  int32_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end)
+    throw UsageError(what + " needs a frame number, not '" + text + "'");
+  return value;
+}
+
+}  // namespace cli
