@@ -18,10 +18,12 @@ int RunInfo(const std::vector<std::string>& args);
 int RunSequence(const std::vector<std::string>& args);
 int RunConvert(const std::vector<std::string>& args);
 int RunDemoShot(const std::vector<std::string>& args);
+int RunExport(const std::vector<std::string>& args);
 
 extern const Command kInfoCommand;
 extern const Command kSequenceCommand;
 extern const Command kConvertCommand;
 extern const Command kDemoShotCommand;
+extern const Command kExportCommand;
 
 }  // namespace cli

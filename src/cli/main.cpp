@@ -14,10 +14,8 @@
 namespace {
 
 const cli::Command* const kCommands[] = {
-    &cli::kInfoCommand,
-    &cli::kSequenceCommand,
-    &cli::kConvertCommand,
-    &cli::kDemoShotCommand,
+    &cli::kInfoCommand,     &cli::kSequenceCommand, &cli::kConvertCommand,
+    &cli::kDemoShotCommand, &cli::kExportCommand,
 };
 
 void PrintToolHelp(FILE* out) {
