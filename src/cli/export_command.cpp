@@ -59,7 +59,11 @@ std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
 // old target untouched.
 void WriteWhole(const std::filesystem::path& target, const std::string& content) {
   namespace fs = std::filesystem;
-  const fs::path staging = target.parent_path() / ("." + target.filename().string() + ".partial");
+  // Built by appending: gcc 12 warns falsely about "." + string here.
+  std::string name(1, '.');
+  name += target.filename().string();
+  name += ".partial";
+  const fs::path staging = target.parent_path() / name;
   try {
     std::ofstream out;
     out.exceptions(std::ios::failbit | std::ios::badbit);
