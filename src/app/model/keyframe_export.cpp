@@ -10,7 +10,7 @@ namespace app {
 namespace {
 
 void RequireTransforms(const VLComp& comp) {
-  if (!HasTransformsToExport(comp)) throw xtd::exception("There are no transformations to export.");
+  if (!HasTransformsToExport(comp)) throw xtd::exception("There are no transformations to export");
 }
 
 }  // namespace

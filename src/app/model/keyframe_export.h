@@ -38,7 +38,7 @@ Transformations OverlayTransformations(VLComp& comp, const ExportOverrides& over
 FrameFormat CompFrameFormat(const VLComp& comp);
 
 // The keyframe text of the overlay's motion on `out`. Throws xtd::exception
-// with "There are no transformations to export." before writing anything
+// with "There are no transformations to export" before writing anything
 // when HasTransformsToExport is false; otherwise what the stream throws.
 void WriteKeyframeText(VLComp& comp, std::ostream& out, const ExportOverrides& overrides = {});
 
