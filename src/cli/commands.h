@@ -20,6 +20,7 @@ int RunConvert(const std::vector<std::string>& args);
 int RunDemoShot(const std::vector<std::string>& args);
 int RunNew(const std::vector<std::string>& args);
 int RunSegment(const std::vector<std::string>& args);
+int RunExport(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -31,5 +32,6 @@ extern const Command kConvertCommand;
 extern const Command kDemoShotCommand;
 extern const Command kNewCommand;
 extern const Command kSegmentCommand;
+extern const Command kExportCommand;
 
 }  // namespace cli

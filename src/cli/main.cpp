@@ -14,8 +14,8 @@
 namespace {
 
 const cli::Command* const kCommands[] = {
-    &cli::kInfoCommand,     &cli::kSequenceCommand, &cli::kConvertCommand,
-    &cli::kDemoShotCommand, &cli::kNewCommand,      &cli::kSegmentCommand,
+    &cli::kInfoCommand, &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
+    &cli::kNewCommand,  &cli::kSegmentCommand,  &cli::kExportCommand,
 };
 
 void PrintToolHelp(FILE* out) {

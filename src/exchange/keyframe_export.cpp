@@ -10,9 +10,9 @@ void WriteKeyframeText(std::ostream& out,
                        const FrameFormat& format,
                        const Transformations& record) {
   if (record.GetTransforms().empty())
-    throw xtd::exception("There are no transformations to export.");
+    throw xtd::exception("There are no transformations to export");
   auto applicator = CreateTransformApplicator(record, format.width, format.height);
-  if (!applicator) throw xtd::exception("Unknown export model.");
+  if (!applicator) throw xtd::exception("Unknown export model");
   applicator->SetTransformations(record);
 
   const float aspect = float(format.pixel_aspect_num) / float(format.pixel_aspect_den);

@@ -66,7 +66,7 @@ class FakeOverlay : public OverlayAccess, public CallLog {
   void SetTrimming(int32_t first, int32_t last) override { Log("SetTrimming", first, last); }
   int32_t GetMatch() const override { return match; }
   void SetMatch(int32_t v) override { Log("SetMatch", v); }
-  types::affine GetInitialTransform() const override { return initial; }
+  const types::affine& GetInitialTransform() const override { return initial; }
   void SetInitialTransform(const types::affine& v) override {
     Log("SetInitialTransform");
     last_transform = v;
@@ -87,7 +87,7 @@ class FakeSegment : public SegmentAccess, public CallLog {
 
   My::Span GetTimeSpan() const override { return time_span; }
   void SetTimeSpan(int32_t first, int32_t last) override { Log("SetTimeSpan", first, last); }
-  VLSegmentParams GetParams() const override { return params; }
+  const VLSegmentParams& GetParams() const override { return params; }
   void SetParams(const VLSegmentParams& v) override {
     Log("SetParams");
     sent.push_back(v);

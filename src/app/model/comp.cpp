@@ -520,10 +520,25 @@ void VLCompInterface::DeleteActiveSegment() {
 void VLCompInterface::MoveActiveSegment(int32_t index) {
   Push<MoveSegmentAction>(comp_, index);
 }
+uint32_t VLCompInterface::GetFramerate() const {
+  return comp_.GetFramerate();
+}
+PixelAspectRatio VLCompInterface::GetPixelAspect() const {
+  return comp_.GetPixelAspect();
+}
+float VLCompInterface::GetExportInaccuracy() const {
+  return comp_.GetExportInaccuracy();
+}
+TaskType VLCompInterface::GetTask() const {
+  return comp_.GetTask();
+}
+ExportModel VLCompInterface::GetExportModel() const {
+  return comp_.GetExportModel();
+}
 void VLCompInterface::SetFramerate(uint32_t framerate) {
   Push<FramerateAction>(comp_, framerate);
 }
-void VLCompInterface::SetPixelAspect(PixelAspectRatio aspect) {
+void VLCompInterface::SetPixelAspect(const PixelAspectRatio& aspect) {
   Push<PixelAspectAction>(comp_, aspect);
 }
 void VLCompInterface::SetExportInaccuracy(float inaccuracy) {

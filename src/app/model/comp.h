@@ -18,6 +18,7 @@
 #include "app/model/action_queue.h"
 #include "app/model/interfaces.h"
 #include "app/model/overlay.h"
+#include "app/model/properties_access.h"
 #include "app/model/segment.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
@@ -36,7 +37,7 @@ struct PanelState {
   std::string Title() const;
 };
 
-class VLCompInterface : public VL::Composition {
+class VLCompInterface : public VL::Composition, public app::CompositionAccess {
  public:
   explicit VLCompInterface(VLComp& comp) : comp_(comp) {}
 
@@ -67,11 +68,16 @@ class VLCompInterface : public VL::Composition {
   void MoveActiveSegment(int32_t index) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
 
-  void SetFramerate(uint32_t framerate);         // "Change Framerate"
-  void SetPixelAspect(PixelAspectRatio aspect);  // "Change Pixel Aspect Ratio"
-  void SetExportInaccuracy(float inaccuracy);    // "Change Export Inaccuracy"
-  void SetTask(TaskType task);                   // "Change Task"
-  void SetExportModel(ExportModel model);        // "Change Export Model"
+  uint32_t GetFramerate() const override;
+  void SetFramerate(uint32_t framerate) override;  // "Change Framerate"
+  PixelAspectRatio GetPixelAspect() const override;
+  void SetPixelAspect(const PixelAspectRatio& aspect) override;  // "Change Pixel Aspect Ratio"
+  float GetExportInaccuracy() const override;
+  void SetExportInaccuracy(float inaccuracy) override;  // "Change Export Inaccuracy"
+  TaskType GetTask() const override;
+  void SetTask(TaskType task) override;  // "Change Task"
+  ExportModel GetExportModel() const override;
+  void SetExportModel(ExportModel model) override;  // "Change Export Model"
 
   VL::Listener* GetListener() const { return listener_; }
 

@@ -250,6 +250,12 @@ void VLOverlay::CompleteTransforms() {
   for (int32_t f = transformSpan_.first; f < transformSpan_.last; ++f) GetTransform(f);
 }
 
+std::vector<types::affine> VLOverlay::CompletedTransforms() {
+  CompleteTransforms();
+  std::lock_guard lock(transformsLock_);
+  return transforms_;
+}
+
 void VLOverlay::TakeOver(Stored stored) {
   sourceOffset_ = stored.sourceOffset;
   trimming_ = stored.trimming;

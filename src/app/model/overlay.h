@@ -11,11 +11,12 @@
 #include <vector>
 
 #include "app/model/interfaces.h"
+#include "app/model/properties_access.h"
 
 class VLComp;
 class VLOverlay;
 
-class VLOverlayInterface : public VL::Overlay {
+class VLOverlayInterface : public VL::Overlay, public app::OverlayAccess {
  public:
   explicit VLOverlayInterface(VLOverlay& overlay) : overlay_(overlay) {}
 
@@ -113,6 +114,10 @@ class VLOverlay {
   types::affine GetTransform(int32_t frame);
   // Fills every transformation of the span (before a save or an export).
   void CompleteTransforms();
+  // Completes the span and copies its transformations, entry i for frame
+  // transformSpan.first + i. A copy, taken under the lock, because the
+  // compositing worker may still store an entry it computed side by side.
+  std::vector<types::affine> CompletedTransforms();
 
   // The project reader's way in: no events, no checks.
   void TakeOver(Stored stored);

@@ -53,7 +53,7 @@ class OverlayAccess : public EditableObject {
   virtual void SetTrimming(int32_t first, int32_t last) = 0;  // "Trim Overlay"
   virtual int32_t GetMatch() const = 0;
   virtual void SetMatch(int32_t frame) = 0;  // "Change Match Frame"
-  virtual types::affine GetInitialTransform() const = 0;
+  virtual const types::affine& GetInitialTransform() const = 0;
   virtual void SetInitialTransform(const types::affine& transform) = 0;  // "Change Transformation"
   virtual Alignment GetAlignment() const = 0;
   virtual void SetAlignment(Alignment alignment) = 0;  // "Change Alignment"
@@ -68,7 +68,7 @@ class SegmentAccess : public EditableObject {
  public:
   virtual My::Span GetTimeSpan() const = 0;
   virtual void SetTimeSpan(int32_t first, int32_t last) = 0;  // "Adjust Segment"
-  virtual VLSegmentParams GetParams() const = 0;
+  virtual const VLSegmentParams& GetParams() const = 0;
   virtual void SetParams(const VLSegmentParams& params) = 0;  // "Change Parameters"
   virtual bool IsProcessing() const = 0;
   // The start frame of the composition the segment belongs to.

@@ -118,6 +118,10 @@ void VLSegmentInterface::Trim() {
   Push(segment_, std::make_unique<SegmentTrimAction>(segment_));
 }
 
+int32_t VLSegmentInterface::GetCompositionStartFrame() const {
+  return segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
+}
+
 My::Span VLSegmentInterface::GetDisplayTimeSpan() const {
   const int32_t start = segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
   const My::Span span = segment_.GetTimeSpan();

@@ -13,6 +13,7 @@
 #include <mutex>
 
 #include "app/model/interfaces.h"
+#include "app/model/properties_access.h"
 #include "base/segment_data.h"
 #include "base/timing.h"
 
@@ -22,7 +23,7 @@ class GuiQueue;
 class VLComp;
 class VLSegment;
 
-class VLSegmentInterface : public VL::Segment {
+class VLSegmentInterface : public VL::Segment, public app::SegmentAccess {
  public:
   explicit VLSegmentInterface(VLSegment& segment) : segment_(segment) {}
 
@@ -41,6 +42,7 @@ class VLSegmentInterface : public VL::Segment {
   void SetMask(const VL::Mask& mask) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
   void Trim() override;
+  int32_t GetCompositionStartFrame() const override;
 
   // The time span as the user sees it: shifted by the composition's start frame.
   My::Span GetDisplayTimeSpan() const;

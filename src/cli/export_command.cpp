@@ -1,0 +1,153 @@
+// velomar-cli export: the keyframe text (or, with --json, the per-frame
+// motion) of a project's overlay, without changing the project.
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "app/commands/command_texts.h"
+#include "app/file/project_file.h"
+#include "app/model/comp.h"
+#include "app/model/keyframe_export.h"
+#include "app/scripted_dialogs.h"
+#include "base/errors.h"
+#include "cli/commands.h"
+#include "cli/options.h"
+#include "cli/report.h"
+
+namespace cli {
+
+namespace {
+
+template <class E>
+E ParseWord(const std::string& option, const std::string& word) {
+  if (const auto value = FromFileWord<E>(word)) return *value;
+  std::string words;
+  for (const auto& row : EnumTable<E>()) {
+    if (!words.empty()) words += ", ";
+    words += row.word;
+  }
+  throw UsageError(option + " takes one of " + words + "; not '" + word + "'");
+}
+
+float ParseInaccuracy(const std::string& text) {
+  size_t used = 0;
+  float value = 0;
+  try {
+    value = std::stof(text, &used);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used == 0 || used != text.size() || !std::isfinite(value) || value < 0)
+    throw UsageError("--inaccuracy takes a number of pixels, 0 or more; not '" + text + "'");
+  return value;
+}
+
+// "-o FILE" is the short form of "--output FILE"; the shared parser only
+// knows long options.
+std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
+  for (auto& a : args)
+    if (a == "-o") a = "--output";
+  return args;
+}
+
+// Writes `content` to `target` through a file beside it that is renamed over
+// the target only when complete, so a failure leaves no partial file and an
+// old target untouched.
+void WriteWhole(const std::filesystem::path& target, const std::string& content) {
+  namespace fs = std::filesystem;
+  // Built by appending: gcc 12 warns falsely about "." + string here.
+  std::string name(1, '.');
+  name += target.filename().string();
+  name += ".partial";
+  const fs::path staging = target.parent_path() / name;
+  try {
+    std::ofstream out;
+    out.exceptions(std::ios::failbit | std::ios::badbit);
+    errno = 0;
+    out.open(staging, std::ios::binary | std::ios::trunc);
+    out << content;
+    out.close();
+  } catch (const std::ios_base::failure&) {
+    const int error = errno != 0 ? errno : EIO;
+    std::error_code ignored;
+    fs::remove(staging, ignored);
+    throw SystemError(error, ("writing " + target.string()).c_str());
+  }
+  std::error_code ec;
+  fs::rename(staging, target, ec);
+  if (ec) {
+    std::error_code ignored;
+    fs::remove(staging, ignored);
+    throw SystemError(ec.value(), ("writing " + target.string()).c_str());
+  }
+}
+
+}  // namespace
+
+int RunExport(const std::vector<std::string>& raw) {
+  Options options(WithLongOutput(raw), {"--json"},
+                  {"--output", "--model", "--inaccuracy", "--task"});
+  const bool json = options.flag("--json");
+  if (options.positional().size() != 1) throw UsageError("export needs one PROJECT");
+  app::ExportOverrides overrides;
+  if (options.has("--model"))
+    overrides.model = ParseWord<ExportModel>("--model", options.value("--model"));
+  if (options.has("--task"))
+    overrides.task = ParseWord<TaskType>("--task", options.value("--task"));
+  if (options.has("--inaccuracy"))
+    overrides.inaccuracy = ParseInaccuracy(options.value("--inaccuracy"));
+
+  app::OperationStack operations;
+  app::ScriptedDialogs dialogs(app::ScriptedDialogs::Mode::Affirmative);
+  VLComp comp(operations, &dialogs);
+  try {
+    app::LoadProjectFile(comp, options.positional()[0], dialogs);
+  } catch (const std::exception& e) {
+    return ReportFailure(app::kOpeningProject, e, json);
+  }
+  try {
+    std::string content;
+    if (json) {
+      content = app::OverlayMotionJson(comp, overrides);
+    } else {
+      std::ostringstream text;
+      app::WriteKeyframeText(comp, text, overrides);
+      content = text.str();
+    }
+    if (options.has("--output")) {
+      WriteWhole(options.value("--output"), content);
+    } else {
+      std::fwrite(content.data(), 1, content.size(), stdout);
+      if (std::fflush(stdout) != 0) throw SystemError("writing standard output");
+    }
+    return 0;
+  } catch (const std::exception& e) {
+    return ReportFailure(app::kExportingTransformations, e, json);
+  }
+}
+
+const Command kExportCommand = {
+    "export", "the keyframe text of a project's overlay motion",
+    "usage: velomar-cli export PROJECT.vlp [-o FILE] [--model WORD] [--inaccuracy PIXELS]\n"
+    "                          [--task WORD] [--json]\n"
+    "\n"
+    "Writes the keyframe text of the overlay's motion (what Copy Transforms puts\n"
+    "on the clipboard, with plain line feeds) to FILE, or to standard output.\n"
+    "The options replace the project's settings for this export only; the\n"
+    "project file is not changed:\n"
+    "  --model       Auto, Translation, Rigid, RigidScale, Affine1, Affine2,\n"
+    "                Affine3 or CornerPin\n"
+    "  --inaccuracy  pixels a point may stray once keys are thinned; 0 keeps all\n"
+    "  --task        Tracking or Compensation\n"
+    "With --json the same motion per frame, as data:\n"
+    "  {\"first\", \"width\", \"height\", \"framerate\", \"pixel_aspect\", \"task\",\n"
+    "   \"frames\": [{\"frame\", \"matrix\": [xx, xy, yx, yy, x, y], \"corners\": [[x, y] x4]}]}\n"
+    "Fails (status 1) when the overlay has no frames or no motion span, or the\n"
+    "file cannot be written; a failed write leaves no partial file.\n",
+    RunExport};
+
+}  // namespace cli
