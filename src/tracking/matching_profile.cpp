@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <thread>
 
 namespace tracking {
 
@@ -88,7 +89,9 @@ void Scan(Segmentation& seg,
           const img::float_image& first,
           const Planes& planes,
           const ScanSetup& su,
-          bool active_only) {
+          bool active_only,
+          int32_t first_segment,
+          int32_t end_segment) {
   const int32_t q = su.q, size = su.size;
   const int64_t w = su.w, h = su.h;
   for (int64_t y = 0; y < h; ++y) {
@@ -96,7 +99,7 @@ void Scan(Segmentation& seg,
     const float* src = img::pixel(first, 0, uint32_t(y));
     for (int64_t x = 0; x < w; ++x) {
       const int32_t l = labels[x];
-      if (l < 0) continue;
+      if (l < first_segment || l >= end_segment) continue;  // also skips -1
       GridSegment& g = seg.segments[size_t(l)];
       if (active_only && !g.active) continue;
       double vb, vg, vr;
@@ -128,14 +131,34 @@ void Scan(Segmentation& seg,
   }
 }
 
-using ScanFn =
-    void (*)(Segmentation&, const img::float_image&, const Planes&, const ScanSetup&, bool);
+using ScanFn = void (*)(Segmentation&,
+                        const img::float_image&,
+                        const Planes&,
+                        const ScanSetup&,
+                        bool,
+                        int32_t,
+                        int32_t);
 
 ScanFn PickScan(unsigned metric, bool mean_colour) {
   static constexpr ScanFn table[3][2] = {{Scan<0, false>, Scan<0, true>},
                                          {Scan<1, false>, Scan<1, true>},
                                          {Scan<2, false>, Scan<2, true>}};
   return table[metric][mean_colour ? 1 : 0];
+}
+
+// Runs fn(first, end) over two halves of the segments at once. Each profile
+// is written by the thread that owns its segment only, and every cell keeps
+// the order of its terms, so the results are those of one thread. Small
+// grids are not worth a thread.
+template <class Fn>
+void ForSegmentHalves(size_t count, uint64_t work, const Fn& fn) {
+  const int32_t n = int32_t(count);
+  if (work < 1000000 || count < 2 || std::thread::hardware_concurrency() < 2) {
+    fn(0, n);
+    return;
+  }
+  std::jthread helper([&] { fn(n / 2, n); });
+  fn(0, n / 2);
 }
 
 }  // namespace
@@ -243,7 +266,10 @@ void RawProfiles(Segmentation& seg,
   // The scan marks in each count row only where a run of cells ends; every
   // run counts its cells 0..n-1, shifted left against the profile as the
   // counts have always been kept, so a sum from the right gives the counts.
-  PickScan(params.metric, params.colour_source != 0)(seg, first, planes, su, active_only);
+  const ScanFn scan = PickScan(params.metric, params.colour_source != 0);
+  ForSegmentHalves(
+      seg.segments.size(), uint64_t(seg.width) * seg.height * su.size * su.size,
+      [&](int32_t lo, int32_t hi) { scan(seg, first, planes, su, active_only, lo, hi); });
 
   for (GridSegment& g : seg.segments) {
     if (active_only && !g.active) continue;
@@ -291,33 +317,36 @@ void BuildProfiles(Segmentation& seg,
 
   RawProfiles(seg, reference, target, R + r, params, active_only);
   const int32_t size = 2 * R + 1, ssize = 2 * r + 1;
-  std::vector<double> acc(size_t(size), 0.0);
-  for (size_t s = 0; s < seg.segments.size(); ++s) {
-    GridSegment& g = seg.segments[s];
-    if (active_only && !g.active) continue;
-    g.profile_counts = Raster<int32_t>();
-    const Raster<double>& C = g.profile;
-    const Raster<double>& S = self[s];
-    Raster<double> out;
-    out.reset(size, size);
-    // Each cell sums its terms over (a, b) in row order of S; the loop over
-    // the cells is innermost so that it walks C linearly.
-    for (int32_t j = 0; j < size; ++j) {
-      std::fill(acc.begin(), acc.end(), 0.0);
-      for (int32_t a = 0; a < ssize; ++a) {
-        const double* srow = S.row(a);
-        for (int32_t b = 0; b < ssize; ++b) {
-          const double sv = srow[b];
-          const double* crow = C.row(j + a) + b;
-          for (int32_t i = 0; i < size; ++i) acc[size_t(i)] += std::fabs(crow[i] - sv);
+  const uint64_t work = uint64_t(seg.segments.size()) * size * size * ssize * ssize;
+  ForSegmentHalves(seg.segments.size(), work, [&](int32_t lo, int32_t hi) {
+    std::vector<double> acc(size_t(size), 0.0);
+    for (size_t s = size_t(lo); s < size_t(hi); ++s) {
+      GridSegment& g = seg.segments[s];
+      if (active_only && !g.active) continue;
+      g.profile_counts = Raster<int32_t>();
+      const Raster<double>& C = g.profile;
+      const Raster<double>& S = self[s];
+      Raster<double> out;
+      out.reset(size, size);
+      // Each cell sums its terms over (a, b) in row order of S; the loop over
+      // the cells is innermost so that it walks C linearly.
+      for (int32_t j = 0; j < size; ++j) {
+        std::fill(acc.begin(), acc.end(), 0.0);
+        for (int32_t a = 0; a < ssize; ++a) {
+          const double* srow = S.row(a);
+          for (int32_t b = 0; b < ssize; ++b) {
+            const double sv = srow[b];
+            const double* crow = C.row(j + a) + b;
+            for (int32_t i = 0; i < size; ++i) acc[size_t(i)] += std::fabs(crow[i] - sv);
+          }
         }
+        double* orow = out.row(j);
+        for (int32_t i = 0; i < size; ++i) orow[i] = -acc[size_t(i)];
       }
-      double* orow = out.row(j);
-      for (int32_t i = 0; i < size; ++i) orow[i] = -acc[size_t(i)];
+      g.profile = std::move(out);
+      g.radius_x = g.radius_y = R;
     }
-    g.profile = std::move(out);
-    g.radius_x = g.radius_y = R;
-  }
+  });
 }
 
 }  // namespace tracking

@@ -71,13 +71,14 @@ struct Scene {
   Segmentation seg;
 };
 
-// Wider than high, mask reaching the left, right and bottom edges, shifts
+// Wider than high (and large enough for the scan to split across threads),
+// mask reaching the left, right and bottom edges, shifts
 // scattered so that windows run past row ends and past the last row.
 Scene RandomScene(uint32_t seed) {
   Scene s;
-  s.reference = Textured(90, 40, types::affine::identity(), seed);
-  s.target = Textured(90, 40, types::affine::translation(1.5, -0.5), seed);
-  s.seg.create(RectMask(90, 40, 0, 1, 90, 40), 8, 0);
+  s.reference = Textured(180, 80, types::affine::identity(), seed);
+  s.target = Textured(180, 80, types::affine::translation(1.5, -0.5), seed);
+  s.seg.create(RectMask(180, 80, 0, 1, 180, 80), 8, 0);
   s.seg.image = &s.reference;
   std::mt19937 random(seed);
   for (GridSegment& g : s.seg.segments) {
