@@ -92,20 +92,16 @@ TEST(Evaluate, MuFollowsTheRatioOfTheTerms) {
     float ratio;
     MuMode mode;
     bool first;
-    double mu, f;
-  } cases[] = {
-      {0.5f, MuMode::Every, false, 0.75, -6 + 0.75 * -8},
-      {0.0f, MuMode::Every, false, 10000000000.0, -6 - 8 * 10000000000.0},
-      {0.5f, MuMode::First, false, 7, -6 + 7 * -8},  // stays at the 7 passed in
-      {0.5f, MuMode::First, true, 0.75, -6 + 0.75 * -8},
-      {0.5f, MuMode::Fixed, true, 7, -6 + 7 * -8},
-  };
+    double mu;
+  } cases[] = {{0.5f, MuMode::Every, false, 0.75},
+               {0.0f, MuMode::Every, false, 1e10},
+               {0.5f, MuMode::First, false, 7},
+               {0.5f, MuMode::First, true, 0.75},
+               {0.5f, MuMode::Fixed, true, 7}};  // 7: the value passed in
   for (const auto& c : cases) {
-    CoherentMotionParams p;
-    p.mu_ratio = c.ratio;
-    p.mu_mode = c.mode;
+    CoherentMotionParams p{.mu_mode = c.mode, .mu_ratio = c.ratio};
     double mu = 7;
-    EXPECT_EQ(tracking::Evaluate(seg, p, mu, c.first, nullptr), c.f) << c.ratio;
+    EXPECT_EQ(tracking::Evaluate(seg, p, mu, c.first, nullptr), -6 + c.mu * -8) << c.ratio;
     EXPECT_EQ(mu, c.mu) << c.ratio;
   }
   std::ostringstream log;

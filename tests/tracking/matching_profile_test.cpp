@@ -135,23 +135,26 @@ TEST(BuildProfiles, SelfComparedEqualsPlainSumOfDifferences) {
   }
 }
 
-struct ShiftCase {
-  const char* name;
-  ProfileMode mode;
-  types::affine start;  // starting motion; the texture moves by (3, -2)
-  int32_t best_i, best_j;
-};
-
+// The texture moves by `motion`; the best cell of every segment is the
+// known shift relative to the starting motion. Without motion the
+// self-compared profile scores exactly 0 at the centre.
 TEST(BuildProfiles, BestCellIsTheKnownShift) {
-  const ShiftCase cases[] = {
-      {"RawFromIdentity", ProfileMode::Raw, {}, 5 + 3, 5 - 2},
-      {"SelfComparedFromIdentity", ProfileMode::SelfCompared, {}, 5 + 3, 5 - 2},
-      {"SelfComparedFromNearGuess", ProfileMode::SelfCompared,
+  const struct {
+    const char* name;
+    ProfileMode mode;
+    types::affine motion, start;
+    int32_t best_i, best_j;
+  } cases[] = {
+      {"Raw", ProfileMode::Raw, types::affine::translation(3, -2), {}, 5 + 3, 5 - 2},
+      {"SelfCompared", ProfileMode::SelfCompared, types::affine::translation(3, -2), {}, 8, 3},
+      // -1.5 rounds away from zero to a shift of -2.
+      {"FromNearGuess", ProfileMode::SelfCompared, types::affine::translation(3, -2),
        types::affine::translation(2.4, -1.5), 5 + 1, 5},
+      {"Still", ProfileMode::SelfCompared, {}, {}, 5, 5},
   };
   const img::float_image reference = Textured(120, 100, types::affine::identity());
-  const img::float_image target = Textured(120, 100, types::affine::translation(3, -2));
-  for (const ShiftCase& c : cases) {
+  for (const auto& c : cases) {
+    const img::float_image target = Textured(120, 100, c.motion);
     Segmentation seg;
     seg.create(RectMask(120, 100, 24, 24, 96, 80), 8, 0);
     seg.image = &reference;
@@ -162,41 +165,11 @@ TEST(BuildProfiles, BestCellIsTheKnownShift) {
       const int32_t k = int32_t(best - g.profile.cells.begin());
       EXPECT_EQ(k % 11, c.best_i) << c.name << " segment at " << g.left << "," << g.top;
       EXPECT_EQ(k / 11, c.best_j) << c.name << " segment at " << g.left << "," << g.top;
+      if (c.motion == types::affine::identity()) {
+        EXPECT_EQ(*best, 0.0);
+      }
     }
   }
-}
-
-TEST(BuildProfiles, StillPictureScoresZeroAtTheCentre) {
-  const img::float_image picture = Textured(64, 64, types::affine::identity());
-  Segmentation seg;
-  seg.create(RectMask(64, 64, 16, 16, 48, 48), 8, 0);
-  seg.image = &picture;
-  tracking::BuildProfiles(seg, picture, {0, 1, ProfileMode::SelfCompared, 5, 2, 2.0f}, false);
-  for (const GridSegment& g : seg.segments) EXPECT_EQ(g.profile.at(5, 5), 0.0);
-}
-
-TEST(MatchingProfile, StartingMotionRoundsHalfAwayFromZero) {
-  const struct {
-    double tx, ty;
-    int32_t sx, sy;
-  } cases[] = {{0.5, -0.5, 1, -1}, {1.49, -2.5, 1, -3}, {-0.49, 2.51, 0, 3}};
-  for (const auto& c : cases) {
-    Segmentation seg;
-    seg.create(RectMask(16, 16, 0, 8, 8, 16), 8, 0);  // centre (3.5, 11.5)
-    tracking::SetStartingMotion(seg, types::affine::translation(c.tx, c.ty));
-    EXPECT_EQ(seg.segments[0].shift_x, c.sx) << c.tx;
-    EXPECT_EQ(seg.segments[0].shift_y, c.sy) << c.ty;
-  }
-}
-
-TEST(MatchingProfile, FlatPictureGetsTheSmallestVariance) {
-  img::float_image flat(16, 16);
-  std::fill_n(reinterpret_cast<float*>(flat.data), flat.size / 4, 40.0f);
-  Segmentation seg;
-  seg.create(RectMask(16, 16, 0, 8, 8, 16), 8, 0);
-  tracking::ComputeStatistics(seg, flat, 2.0f, true);
-  EXPECT_EQ(seg.segments[0].variance, 0.00001);
-  EXPECT_EQ(seg.segments[0].mean[1], 40.0f);
 }
 
 }  // namespace
