@@ -1,7 +1,8 @@
 // Profile building for a 400 x 300 mask on an 800 x 600 picture at the
 // default parameters (block size 8, self-compared mode, self radius 2): one
 // call per target frame. Argument: the search radius, 15 next to the key
-// frame and 5 (MaxAcceleration) elsewhere.
+// frame and 5 (MaxAcceleration) elsewhere; second argument 1 keeps the scan
+// to the baseline instruction set.
 #include <benchmark/benchmark.h>
 
 #include "base/segment_params.h"
@@ -40,12 +41,17 @@ void BM_BuildProfiles(benchmark::State& state) {
   seg.create(mask, params.ImageBlockSize, 0);
   seg.image = &reference;
   const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
+  tracking::LimitProfileScanToBaseline(state.range(1) != 0);
   for (auto _ : state) {
     tracking::BuildProfiles(seg, target, p, false);
     benchmark::DoNotOptimize(seg.segments.front().profile.cells.data());
   }
+  tracking::LimitProfileScanToBaseline(false);
   state.counters["segments"] = double(seg.segment_count());
 }
-BENCHMARK(BM_BuildProfiles)->Arg(5)->Arg(15)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BuildProfiles)
+    ->ArgsProduct({{5, 15}, {0, 1}})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace

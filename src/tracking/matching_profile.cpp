@@ -9,6 +9,7 @@
 #include "tracking/matching_profile.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <stdexcept>
 #include <thread>
@@ -28,13 +29,14 @@ void CheckSize(const Segmentation& seg, const img::float_image& im) {
 
 // The squared colour difference, exact in double for pixel values in the
 // single-precision range of the frames.
-inline double SquaredDifference(double vb, double vg, double vr, float ub, float ug, float ur) {
+[[gnu::always_inline]] inline double SquaredDifference(
+    double vb, double vg, double vr, float ub, float ug, float ur) {
   const double db = vb - double(ub), dg = vg - double(ug), dr = vr - double(ur);
   return db * db + dg * dg + dr * dr;
 }
 
 template <unsigned Metric>
-inline double Apply(double e, double s) {
+[[gnu::always_inline]] inline double Apply(double e, double s) {
   if constexpr (Metric == 0) return e;
   if constexpr (Metric == 1) return std::min(e / s, 1.0);
   if constexpr (Metric == 2) return e / (s + e);
@@ -66,15 +68,15 @@ struct Planes {
 };
 
 template <unsigned Metric>
-inline void CompareRun(double* profile,
-                       const float* __restrict pb,
-                       const float* __restrict pg,
-                       const float* __restrict pr,
-                       int32_t n,
-                       double vb,
-                       double vg,
-                       double vr,
-                       double s) {
+[[gnu::always_inline]] inline void CompareRun(double* profile,
+                                              const float* __restrict pb,
+                                              const float* __restrict pg,
+                                              const float* __restrict pr,
+                                              int32_t n,
+                                              double vb,
+                                              double vg,
+                                              double vr,
+                                              double s) {
   for (int32_t k = 0; k < n; ++k)
     profile[k] -= Apply<Metric>(SquaredDifference(vb, vg, vr, pb[k], pg[k], pr[k]), s);
 }
@@ -84,14 +86,17 @@ struct ScanSetup {
   int64_t w = 0, h = 0;
 };
 
+// Inlined into one entry per instruction set, so that the same source is
+// vectorised for each; the operations (no fused multiply-add: that is off
+// for the whole code base) round alike on every one of them.
 template <unsigned Metric, bool MeanColour>
-void Scan(Segmentation& seg,
-          const img::float_image& first,
-          const Planes& planes,
-          const ScanSetup& su,
-          bool active_only,
-          int32_t first_segment,
-          int32_t end_segment) {
+[[gnu::always_inline]] inline void ScanBody(Segmentation& seg,
+                                            const img::float_image& first,
+                                            const Planes& planes,
+                                            const ScanSetup& su,
+                                            bool active_only,
+                                            int32_t first_segment,
+                                            int32_t end_segment) {
   const int32_t q = su.q, size = su.size;
   const int64_t w = su.w, h = su.h;
   for (int64_t y = 0; y < h; ++y) {
@@ -139,11 +144,40 @@ using ScanFn = void (*)(Segmentation&,
                         int32_t,
                         int32_t);
 
+template <unsigned Metric, bool MeanColour>
+void ScanBaseline(Segmentation& seg,
+                  const img::float_image& first,
+                  const Planes& planes,
+                  const ScanSetup& su,
+                  bool active_only,
+                  int32_t first_segment,
+                  int32_t end_segment) {
+  ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
+}
+
+template <unsigned Metric, bool MeanColour>
+[[gnu::target("avx2")]] void ScanAvx2(Segmentation& seg,
+                                      const img::float_image& first,
+                                      const Planes& planes,
+                                      const ScanSetup& su,
+                                      bool active_only,
+                                      int32_t first_segment,
+                                      int32_t end_segment) {
+  ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
+}
+
+std::atomic<bool> baseline_only{false};
+
 ScanFn PickScan(unsigned metric, bool mean_colour) {
-  static constexpr ScanFn table[3][2] = {{Scan<0, false>, Scan<0, true>},
-                                         {Scan<1, false>, Scan<1, true>},
-                                         {Scan<2, false>, Scan<2, true>}};
-  return table[metric][mean_colour ? 1 : 0];
+  static constexpr ScanFn baseline[3][2] = {{ScanBaseline<0, false>, ScanBaseline<0, true>},
+                                            {ScanBaseline<1, false>, ScanBaseline<1, true>},
+                                            {ScanBaseline<2, false>, ScanBaseline<2, true>}};
+  static constexpr ScanFn avx2[3][2] = {{ScanAvx2<0, false>, ScanAvx2<0, true>},
+                                        {ScanAvx2<1, false>, ScanAvx2<1, true>},
+                                        {ScanAvx2<2, false>, ScanAvx2<2, true>}};
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  const bool wide = has_avx2 && !baseline_only.load(std::memory_order_relaxed);
+  return (wide ? avx2 : baseline)[metric][mean_colour ? 1 : 0];
 }
 
 // Runs fn(first, end) over two halves of the segments at once. Each profile
@@ -162,6 +196,10 @@ void ForSegmentHalves(size_t count, uint64_t work, const Fn& fn) {
 }
 
 }  // namespace
+
+void LimitProfileScanToBaseline(bool limit) {
+  baseline_only.store(limit, std::memory_order_relaxed);
+}
 
 ProfileParams ProfileParamsOf(const VLSegmentParams& params, int32_t radius) {
   ProfileParams p;

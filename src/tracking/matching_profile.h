@@ -75,4 +75,9 @@ void BuildProfiles(Segmentation& seg,
                    const ProfileParams& params,
                    bool active_only);
 
+// The raw scan uses the widest vector instructions of the processor (the
+// results are the same on all). With `limit`, only the baseline set, so that
+// the tests can hold both against the plain comparison.
+void LimitProfileScanToBaseline(bool limit);
+
 }  // namespace tracking

@@ -99,16 +99,19 @@ void ExpectSameProfiles(const Segmentation& a, const Segmentation& b, const char
 }
 
 TEST(RawProfiles, FastScanEqualsPlainComparisonBitForBit) {
-  for (unsigned metric : {0u, 1u, 2u})
-    for (unsigned source : {0u, 1u}) {
-      Scene s = RandomScene(11 + metric);
-      tracking::ComputeStatistics(s.seg, s.reference, 2.0f, true);
-      Segmentation expected = s.seg;
-      const ProfileParams p{source, metric, ProfileMode::Raw, 4, 2, 2.0f};
-      tracking::RawProfiles(s.seg, s.reference, s.target, 4, p, false);
-      ReferenceRaw(expected, s.reference, s.target, 4, p);
-      ExpectSameProfiles(s.seg, expected, ("metric " + std::to_string(metric)).c_str());
-    }
+  for (bool baseline : {false, true})
+    for (unsigned metric : {0u, 1u, 2u})
+      for (unsigned source : {0u, 1u}) {
+        tracking::LimitProfileScanToBaseline(baseline);
+        Scene s = RandomScene(11 + metric);
+        tracking::ComputeStatistics(s.seg, s.reference, 2.0f, true);
+        Segmentation expected = s.seg;
+        const ProfileParams p{source, metric, ProfileMode::Raw, 4, 2, 2.0f};
+        tracking::RawProfiles(s.seg, s.reference, s.target, 4, p, false);
+        ReferenceRaw(expected, s.reference, s.target, 4, p);
+        ExpectSameProfiles(s.seg, expected, ("metric " + std::to_string(metric)).c_str());
+        tracking::LimitProfileScanToBaseline(false);
+      }
 }
 
 TEST(BuildProfiles, SelfComparedEqualsPlainSumOfDifferences) {
