@@ -36,13 +36,6 @@ void CheckSize(const Segmentation& seg, const img::float_image& im) {
   return db * db + dg * dg + dr * dr;
 }
 
-template <unsigned Metric>
-[[gnu::always_inline]] inline double Apply(double e, double s) {
-  if constexpr (Metric == 0) return e;
-  if constexpr (Metric == 1) return std::min(e / s, 1.0);
-  if constexpr (Metric == 2) return e / (s + e);
-}
-
 // The second picture as three planes over the linear pixel index range
 // [lo, hi), with zeros past the picture's end: the scan runs past a row's
 // end into the next row, and past the last row into this margin.
