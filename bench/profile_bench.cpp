@@ -8,6 +8,7 @@
 #include "base/segment_params.h"
 #include "imaging/float_image.h"
 #include "imaging/synthetic_shot.h"
+#include "tracking/coherent_motion.h"
 #include "tracking/matching_profile.h"
 
 namespace {
@@ -30,16 +31,29 @@ img::float_image Texture(double dx, double dy) {
   return out;
 }
 
-void BM_BuildProfiles(benchmark::State& state) {
-  static const img::float_image reference = Texture(0, 0), target = Texture(2, -1);
+const img::float_image& Reference() {
+  static const img::float_image image = Texture(0, 0);
+  return image;
+}
+const img::float_image& Target() {
+  static const img::float_image image = Texture(2, -1);
+  return image;
+}
+
+img::bitmap<img::bit1> Mask() {
   img::bitmap<img::bit1> mask(kW, kH);
   for (uint32_t y = 0; y < kH; ++y)
     for (uint32_t i = 0; i < mask.stride; ++i)
       mask.rows[y][i] = (y >= 150 && y < 450 && i >= 25 && i < 75) ? 0xFF : 0;
+  return mask;
+}
+
+void BM_BuildProfiles(benchmark::State& state) {
   const VLSegmentParams params;
   tracking::Segmentation seg;
-  seg.create(mask, params.ImageBlockSize, 0);
-  seg.image = &reference;
+  seg.create(Mask(), params.ImageBlockSize, 0);
+  seg.image = &Reference();
+  const img::float_image& target = Target();
   const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
   tracking::LimitProfileScanToBaseline(state.range(1) != 0);
   for (auto _ : state) {
@@ -53,5 +67,21 @@ BENCHMARK(BM_BuildProfiles)
     ->ArgsProduct({{5, 15}, {0, 1}})
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+
+// The coherent motion search with its model-fit passes on the profiles of
+// the default radius 5: what follows the profiles in every frame.
+void BM_FindMotion(benchmark::State& state) {
+  const VLSegmentParams params;
+  tracking::Segmentation seg;
+  seg.create(Mask(), params.ImageBlockSize, 0);
+  seg.image = &Reference();
+  tracking::BuildProfiles(seg, Target(), tracking::ProfileParamsOf(params, 5), false);
+  const auto p = tracking::CoherentMotionParamsOf(params);
+  for (auto _ : state) {
+    tracking::TieBreaker random;
+    benchmark::DoNotOptimize(tracking::FindMotion(seg, p, random, nullptr));
+  }
+}
+BENCHMARK(BM_FindMotion)->Unit(benchmark::kMillisecond);
 
 }  // namespace
