@@ -1,0 +1,87 @@
+// Profile building for a 400 x 300 mask on an 800 x 600 picture at the
+// default parameters (block size 8, self-compared mode, self radius 2): one
+// call per target frame. Argument: the search radius, 15 next to the key
+// frame and 5 (MaxAcceleration) elsewhere; second argument 1 keeps the scan
+// to the baseline instruction set.
+#include <benchmark/benchmark.h>
+
+#include "base/segment_params.h"
+#include "imaging/float_image.h"
+#include "imaging/synthetic_shot.h"
+#include "tracking/coherent_motion.h"
+#include "tracking/matching_profile.h"
+
+namespace {
+
+constexpr uint32_t kW = 800, kH = 600;
+
+img::float_image Texture(double dx, double dy) {
+  const img::noise_texture texture{7, 12.0};
+  img::float_image out(kW, kH);
+  for (uint32_t y = 0; y < kH; ++y)
+    for (uint32_t x = 0; x < kW; ++x) {
+      uint8_t bgr[3];
+      texture.sample(x - dx, y - dy, bgr);
+      float* p = img::pixel(out, x, y);
+      p[0] = bgr[0];
+      p[1] = bgr[1];
+      p[2] = bgr[2];
+      p[3] = 255;
+    }
+  return out;
+}
+
+const img::float_image& Reference() {
+  static const img::float_image image = Texture(0, 0);
+  return image;
+}
+const img::float_image& Target() {
+  static const img::float_image image = Texture(2, -1);
+  return image;
+}
+
+img::bitmap<img::bit1> Mask() {
+  img::bitmap<img::bit1> mask(kW, kH);
+  for (uint32_t y = 0; y < kH; ++y)
+    for (uint32_t i = 0; i < mask.stride; ++i)
+      mask.rows[y][i] = (y >= 150 && y < 450 && i >= 25 && i < 75) ? 0xFF : 0;
+  return mask;
+}
+
+void BM_BuildProfiles(benchmark::State& state) {
+  const VLSegmentParams params;
+  tracking::Segmentation seg;
+  seg.create(Mask(), params.ImageBlockSize, 0);
+  seg.image = &Reference();
+  const img::float_image& target = Target();
+  const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
+  tracking::LimitProfileScanToBaseline(state.range(1) != 0);
+  for (auto _ : state) {
+    tracking::BuildProfiles(seg, target, p, false);
+    benchmark::DoNotOptimize(seg.segments.front().profile.cells.data());
+  }
+  tracking::LimitProfileScanToBaseline(false);
+  state.counters["segments"] = double(seg.segment_count());
+}
+BENCHMARK(BM_BuildProfiles)
+    ->ArgsProduct({{5, 15}, {0, 1}})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
+// The coherent motion search with its model-fit passes on the profiles of
+// the default radius 5: what follows the profiles in every frame.
+void BM_FindMotion(benchmark::State& state) {
+  const VLSegmentParams params;
+  tracking::Segmentation seg;
+  seg.create(Mask(), params.ImageBlockSize, 0);
+  seg.image = &Reference();
+  tracking::BuildProfiles(seg, Target(), tracking::ProfileParamsOf(params, 5), false);
+  const auto p = tracking::CoherentMotionParamsOf(params);
+  for (auto _ : state) {
+    tracking::TieBreaker random;
+    benchmark::DoNotOptimize(tracking::FindMotion(seg, p, random, nullptr));
+  }
+}
+BENCHMARK(BM_FindMotion)->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -1,0 +1,258 @@
+// The search for coherent block motions; see coherent_motion.h for the
+// functional. Offsets are all the state: every stage overwrites them.
+#include "tracking/coherent_motion.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <ostream>
+#include <stdexcept>
+
+namespace tracking {
+
+namespace {
+
+struct Velocity {
+  int64_t x, y;
+};
+
+Velocity VelocityOf(const GridSegment& g) {
+  return {int64_t(g.offset_x) + g.shift_x, int64_t(g.offset_y) + g.shift_y};
+}
+
+int32_t RoundHalfAway(double v) {
+  return int32_t(v >= 0 ? v + 0.5 : v - 0.5);
+}
+
+// Fd: minus the squared velocity differences to the neighbours, each
+// segment's share weighed by 1 / n. A self-entry adds 0 but counts in n.
+double Smoothness(const Segmentation& seg) {
+  double fd = 0;
+  for (const GridSegment& g : seg.segments) {
+    if (g.neighbours.empty()) continue;
+    const Velocity v = VelocityOf(g);
+    int64_t sum = 0;
+    for (const auto& [colour, n] : g.neighbours) {
+      const Velocity u = VelocityOf(seg.segments[n]);
+      sum += (v.x - u.x) * (v.x - u.x) + (v.y - u.y) * (v.y - u.y);
+    }
+    fd += (-1.0 / double(g.neighbours.size())) * double(sum);
+  }
+  return fd;
+}
+
+void ResetOffsets(Segmentation& seg, const types::affine& T) {
+  for (GridSegment& g : seg.segments) {
+    double px, py;
+    T.apply(g.centre_x, g.centre_y, px, py);
+    const int64_t dx = RoundHalfAway(px - g.centre_x), dy = RoundHalfAway(py - g.centre_y);
+    g.offset_x = int32_t(std::clamp<int64_t>(dx - g.shift_x + g.radius_x, 0, g.profile.width - 1) -
+                         g.radius_x);
+    g.offset_y = int32_t(std::clamp<int64_t>(dy - g.shift_y + g.radius_y, 0, g.profile.height - 1) -
+                         g.radius_y);
+  }
+}
+
+types::affine Fit(Segmentation& seg, TransformClass model, std::ostream* log) {
+  types::affine T;
+  match(seg.motions(), model, T, log);
+  return T;
+}
+
+void LogQuality(const Segmentation& seg, std::ostream* log) {
+  if (log) *log << "motion quality=" << MotionQuality(seg) << '\n';
+}
+
+}  // namespace
+
+CoherentMotionParams CoherentMotionParamsOf(const VLSegmentParams& params) {
+  return {params.neighbour_weight,
+          params.max_iterations,
+          params.tolerance,
+          params.mu_mode,
+          params.mu,
+          params.mu_ratio,
+          params.MotionModel,
+          params.matching_passes,
+          params.final_positions};
+}
+
+double MotionQuality(const Segmentation& seg) {
+  double fc = 0;
+  for (const GridSegment& g : seg.segments)
+    fc += g.profile.at(g.radius_x + g.offset_x, g.radius_y + g.offset_y);
+  return fc;
+}
+
+double Evaluate(const Segmentation& seg,
+                const CoherentMotionParams& params,
+                double& mu,
+                bool first,
+                std::ostream* log) {
+  const double fc = MotionQuality(seg);
+  const double fd = Smoothness(seg);
+  if (params.mu_mode == MuMode::Every || (params.mu_mode == MuMode::First && first)) {
+    const double k = params.mu_ratio;
+    if (k == 0)
+      mu = 10000000000.0;
+    else if (fd == 0)
+      mu = 0;
+    else
+      mu = (1 - k) * fc / (k * fd);
+  }
+  if (log) *log << "mu=" << mu << "\t\tFc=" << fc << "\tFd=" << fd << '\n';
+  return fc + mu * fd;
+}
+
+void JacobiStep(Segmentation& seg, double mu) {
+  std::vector<Velocity> previous(seg.segments.size());
+  for (size_t s = 0; s < seg.segments.size(); ++s) previous[s] = VelocityOf(seg.segments[s]);
+  std::vector<int64_t> column_part;
+  for (GridSegment& g : seg.segments) {
+    const int64_t n = int64_t(g.neighbours.size());
+    const double w = n ? mu / double(n) : 0.0;
+    // Σ_N (i - a_N)² + (j - b_N)² = (n i² - 2 i Σa + Σa²) + (n j² - 2 j Σb + Σb²):
+    // exact integers, so a cell costs the same whatever the number of neighbours.
+    int64_t sa = 0, saa = 0, sb = 0, sbb = 0;
+    for (const auto& [colour, k] : g.neighbours) {
+      const int64_t a = g.radius_x + previous[k].x - g.shift_x;
+      const int64_t b = g.radius_y + previous[k].y - g.shift_y;
+      sa += a;
+      saa += a * a;
+      sb += b;
+      sbb += b * b;
+    }
+    const int32_t width = g.profile.width, height = g.profile.height;
+    column_part.resize(size_t(width));
+    for (int64_t i = 0; i < width; ++i) column_part[size_t(i)] = n * i * i - 2 * i * sa + saa;
+    double best = -DBL_MAX;
+    int32_t best_i = 0, best_j = 0;
+    for (int32_t j = 0; j < height; ++j) {
+      const int64_t row_part = n * j * j - 2 * j * sb + sbb;
+      const double* p = g.profile.row(j);
+      for (int32_t i = 0; i < width; ++i) {
+        const double score = p[i] - w * double(column_part[size_t(i)] + row_part);
+        if (score > best) {
+          best = score;
+          best_i = i;
+          best_j = j;
+        }
+      }
+    }
+    g.offset_x = best_i - g.radius_x;
+    g.offset_y = best_j - g.radius_y;
+  }
+}
+
+void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream* log) {
+  double mu = params.mu;
+  double f = Evaluate(seg, params, mu, true, log);
+  if (log) *log << "F(initial approximation) = " << f << '\n';
+  const double tolerance = params.tolerance;
+  for (int t = 0;; ++t) {
+    if (t == params.max_iterations) {
+      if (log) *log << "maximum iterations number exceeded.\n";
+      return;
+    }
+    if (f == 0) return;  // perfect match and perfect coherence
+    JacobiStep(seg, mu);
+    const double mu_old = mu;
+    const double f_new = Evaluate(seg, params, mu, false, log);
+    if (log) *log << "F(step " << t << ") = " << f_new << '\n';
+    // Neither quotient is taken in absolute value: a functional that got
+    // worse, or a falling mu, ends the loop as well.
+    if ((mu <= 0 && mu_old <= 0) ||
+        ((mu - mu_old) / std::max(std::fabs(mu), std::fabs(mu_old)) < tolerance &&
+         (f_new - f) / std::fabs(f) < tolerance)) {
+      if (log) *log << "functional and mu values were changed too little on previous iteration.\n";
+      return;
+    }
+    f = f_new;
+  }
+}
+
+void InitialApproximation(Segmentation& seg, float neighbour_weight, TieBreaker& random) {
+  const double omega = neighbour_weight;
+  std::vector<double> votes;
+  for (GridSegment& g : seg.segments) {
+    const int32_t width = g.profile.width, height = g.profile.height;
+    votes = g.profile.cells;
+    for (const auto& [colour, k] : g.neighbours) {
+      const GridSegment& n = seg.segments[k];
+      const int32_t dx = (n.shift_x - n.radius_x) - (g.shift_x - g.radius_x);
+      const int32_t dy = (n.shift_y - n.radius_y) - (g.shift_y - g.radius_y);
+      const double m = n.profile.cells.empty()
+                           ? 0.0
+                           : *std::min_element(n.profile.cells.begin(), n.profile.cells.end());
+      for (int32_t j = 0; j < height; ++j) {
+        const int32_t jn = j - dy;
+        const bool row_inside = jn >= 0 && jn < n.profile.height;
+        for (int32_t i = 0; i < width; ++i) {
+          const int32_t in = i - dx;
+          const double v = row_inside && in >= 0 && in < n.profile.width ? n.profile.at(in, jn) : m;
+          votes[size_t(j) * size_t(width) + size_t(i)] += omega * v;
+        }
+      }
+    }
+    double best = -DBL_MAX;
+    int64_t ties = 0;
+    int32_t best_i = 0, best_j = 0;
+    for (int32_t j = 0; j < height; ++j)
+      for (int32_t i = 0; i < width; ++i) {
+        const double v = votes[size_t(j) * size_t(width) + size_t(i)];
+        if (v > best) {
+          best = v;
+          ties = 1;
+          best_i = i;
+          best_j = j;
+        } else if (v == best) {
+          ++ties;
+          if (int64_t(random.next()) * ties <= TieBreaker::kMax) {
+            best_i = i;
+            best_j = j;
+          }
+        }
+      }
+    g.offset_x = best_i - g.radius_x;
+    g.offset_y = best_j - g.radius_y;
+  }
+}
+
+types::affine FindMotion(Segmentation& seg,
+                         const CoherentMotionParams& params,
+                         TieBreaker& random,
+                         std::ostream* log) {
+  for (const GridSegment& g : seg.segments)
+    if (g.radius_x < 0 || g.radius_y < 0 || g.profile.width != 2 * g.radius_x + 1 ||
+        g.profile.height != 2 * g.radius_y + 1)
+      throw std::invalid_argument("matching profiles are not built");
+  if (log) *log << "\nFunctional maximization" << std::endl;
+  if (params.max_iterations < 0) {
+    for (GridSegment& g : seg.segments) g.shift_x = g.shift_y = 0;
+  } else {
+    InitialApproximation(seg, params.neighbour_weight, random);
+    Iterate(seg, params, log);
+  }
+  LogQuality(seg, log);
+  if (seg.segment_count() < 10) {
+    if (log)
+      *log << "Segments count is less than 10, so it was decided not to find motion "
+              "approximation\n";
+    return types::affine::identity();
+  }
+  seg.positions();
+  for (unsigned pass = 0; pass < params.matching_passes; ++pass) {
+    ResetOffsets(seg, Fit(seg, params.MotionModel, log));
+    LogQuality(seg, log);
+    Iterate(seg, params, log);
+    LogQuality(seg, log);
+  }
+  const types::affine result = Fit(seg, params.MotionModel, log);
+  if (params.final_positions) {
+    ResetOffsets(seg, result);
+    LogQuality(seg, log);
+  }
+  return result;
+}
+
+}  // namespace tracking

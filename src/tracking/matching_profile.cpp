@@ -1,0 +1,430 @@
+// Profile building. The raw scan is the tracker's hottest loop: every mask
+// pixel is compared with (2Q+1) squared positions. It therefore runs on
+// planar copies of the second picture (one contiguous float run per channel,
+// so that a window row is one linear walk with no branch), with the metric
+// and the colour source chosen once by template. Results must equal the
+// plain pixel-by-pixel scan bit for bit: every profile cell receives its
+// terms in the same order (pixels in row order), and each term is computed
+// the same way.
+#include "tracking/matching_profile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+namespace tracking {
+
+namespace {
+
+int32_t RoundHalfAway(double v) {
+  return int32_t(v >= 0 ? v + 0.5 : v - 0.5);
+}
+
+void CheckSize(const Segmentation& seg, const img::float_image& im) {
+  if (im.width != seg.width || im.height != seg.height)
+    throw std::invalid_argument("picture and segmentation differ in size");
+}
+
+// The squared colour difference, exact in double for pixel values in the
+// single-precision range of the frames.
+[[gnu::always_inline]] inline double SquaredDifference(
+    double vb, double vg, double vr, float ub, float ug, float ur) {
+  const double db = vb - double(ub), dg = vg - double(ug), dr = vr - double(ur);
+  return db * db + dg * dg + dr * dr;
+}
+
+// The second picture as three planes over the linear pixel index range
+// [lo, hi), with zeros past the picture's end: the scan runs past a row's
+// end into the next row, and past the last row into this margin.
+struct Planes {
+  int64_t lo = 0;
+  std::vector<float> b, g, r;
+
+  Planes(const img::float_image& im, int64_t lo_index, int64_t hi_index) : lo(lo_index) {
+    const int64_t n = std::max<int64_t>(hi_index - lo_index, 0);
+    b.assign(size_t(n), 0.0f);
+    g.assign(size_t(n), 0.0f);
+    r.assign(size_t(n), 0.0f);
+    const int64_t w = im.width, end = std::min<int64_t>(hi_index, w * int64_t(im.height));
+    for (int64_t k = lo_index; k < end;) {
+      const int64_t y = k / w, x0 = k % w, x1 = std::min<int64_t>(w, x0 + (end - k));
+      const float* p = img::pixel(im, uint32_t(x0), uint32_t(y));
+      for (int64_t x = x0; x < x1; ++x, p += 4, ++k) {
+        b[size_t(k - lo)] = p[0];
+        g[size_t(k - lo)] = p[1];
+        r[size_t(k - lo)] = p[2];
+      }
+    }
+  }
+};
+
+using Doubles = double __attribute__((vector_size(32)));
+using Floats = float __attribute__((vector_size(16)));
+using Lanes = int64_t __attribute__((vector_size(32)));
+constexpr int32_t kLanes = 4;
+
+// Four cells at a time, each computed exactly as one cell alone would be.
+// The last group may reach past the run: its extra lanes subtract +0.0,
+// which leaves any value as it is, and land in cells of this row or in the
+// row's padding; their reads stay inside the planes' margin.
+template <unsigned Metric>
+[[gnu::always_inline]] inline void CompareRun(double* profile,
+                                              const float* pb,
+                                              const float* pg,
+                                              const float* pr,
+                                              int32_t n,
+                                              double vb,
+                                              double vg,
+                                              double vr,
+                                              double s) {
+  static constexpr Lanes kKeep[kLanes + 1] = {
+      {0, 0, 0, 0}, {-1, 0, 0, 0}, {-1, -1, 0, 0}, {-1, -1, -1, 0}, {-1, -1, -1, -1}};
+  const Doubles b = {vb, vb, vb, vb}, g = {vg, vg, vg, vg}, r = {vr, vr, vr, vr};
+  const Doubles sv = {s, s, s, s}, one = {1, 1, 1, 1};
+  for (int32_t k = 0; k < n; k += kLanes) {
+    Floats ub, ug, ur;
+    std::memcpy(&ub, pb + k, sizeof ub);
+    std::memcpy(&ug, pg + k, sizeof ug);
+    std::memcpy(&ur, pr + k, sizeof ur);
+    const Doubles db = b - __builtin_convertvector(ub, Doubles);
+    const Doubles dg = g - __builtin_convertvector(ug, Doubles);
+    const Doubles dr = r - __builtin_convertvector(ur, Doubles);
+    const Doubles e = db * db + dg * dg + dr * dr;
+    Doubles m;
+    if constexpr (Metric == 0) m = e;
+    if constexpr (Metric == 1) {
+      const Doubles q = e / sv;
+      m = one < q ? one : q;  // std::min(q, 1.0)
+    }
+    if constexpr (Metric == 2) m = e / (sv + e);
+    const Lanes keep = kKeep[std::min(n - k, kLanes)];
+    m = Doubles(Lanes(m) & keep);
+    Doubles cells;
+    std::memcpy(&cells, profile + k, sizeof cells);
+    cells -= m;
+    std::memcpy(profile + k, &cells, sizeof cells);
+  }
+}
+
+struct ScanSetup {
+  int32_t q = 0, size = 0;
+  int64_t w = 0, h = 0;
+  // Per segment, its profile with rows of `stride` cells (padding for the
+  // last group of lanes); copied into the profile when the scan is done.
+  double* const* sums = nullptr;
+  int32_t stride = 0;
+};
+
+// Inlined into one entry per instruction set, so that the same source is
+// vectorised for each; the operations (no fused multiply-add: that is off
+// for the whole code base) round alike on every one of them.
+template <unsigned Metric, bool MeanColour>
+[[gnu::always_inline]] inline void ScanBody(Segmentation& seg,
+                                            const img::float_image& first,
+                                            const Planes& planes,
+                                            const ScanSetup& su,
+                                            bool active_only,
+                                            int32_t first_segment,
+                                            int32_t end_segment) {
+  const int32_t q = su.q, size = su.size;
+  const int64_t w = su.w, h = su.h;
+  for (int64_t y = 0; y < h; ++y) {
+    const int32_t* labels = seg.labels.data() + y * w;
+    const float* src = img::pixel(first, 0, uint32_t(y));
+    for (int64_t x = 0; x < w; ++x) {
+      const int32_t l = labels[x];
+      if (l < first_segment || l >= end_segment) continue;  // also skips -1
+      GridSegment& g = seg.segments[size_t(l)];
+      if (active_only && !g.active) continue;
+      double vb, vg, vr;
+      if constexpr (MeanColour) {
+        vb = g.mean[2];
+        vg = g.mean[1];
+        vr = g.mean[0];
+      } else {
+        vb = src[4 * x];
+        vg = src[4 * x + 1];
+        vr = src[4 * x + 2];
+      }
+      const int64_t bx = int64_t(g.shift_x) - q + x;
+      if (bx < 0 || bx >= h) continue;  // the height, not the width: kept as it always was
+      const int32_t i0 = int32_t(std::max<int64_t>(0, q - x));
+      const int32_t i1 = int32_t(std::min<int64_t>(size, w - (x - q)));
+      const int32_t n = i1 - i0;
+      for (int32_t j = 0; j < size; ++j) {
+        const int64_t row = int64_t(g.shift_y) - q + y + j;
+        if (row < 0) continue;
+        if (row >= h) break;
+        if (n <= 0) continue;
+        ++g.profile_counts.row(j)[n - 1];  // a run of n cells ends here
+        const size_t at = size_t(row * w + bx + i0 - planes.lo);
+        CompareRun<Metric>(su.sums[l] + size_t(j) * size_t(su.stride) + i0, planes.b.data() + at,
+                           planes.g.data() + at, planes.r.data() + at, n, vb, vg, vr, g.variance);
+      }
+    }
+  }
+}
+
+using ScanFn = void (*)(Segmentation&,
+                        const img::float_image&,
+                        const Planes&,
+                        const ScanSetup&,
+                        bool,
+                        int32_t,
+                        int32_t);
+
+template <unsigned Metric, bool MeanColour>
+void ScanBaseline(Segmentation& seg,
+                  const img::float_image& first,
+                  const Planes& planes,
+                  const ScanSetup& su,
+                  bool active_only,
+                  int32_t first_segment,
+                  int32_t end_segment) {
+  ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
+}
+
+template <unsigned Metric, bool MeanColour>
+[[gnu::target("avx2")]] void ScanAvx2(Segmentation& seg,
+                                      const img::float_image& first,
+                                      const Planes& planes,
+                                      const ScanSetup& su,
+                                      bool active_only,
+                                      int32_t first_segment,
+                                      int32_t end_segment) {
+  ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
+}
+
+std::atomic<bool> baseline_only{false};
+
+ScanFn PickScan(unsigned metric, bool mean_colour) {
+  static constexpr ScanFn baseline[3][2] = {{ScanBaseline<0, false>, ScanBaseline<0, true>},
+                                            {ScanBaseline<1, false>, ScanBaseline<1, true>},
+                                            {ScanBaseline<2, false>, ScanBaseline<2, true>}};
+  static constexpr ScanFn avx2[3][2] = {{ScanAvx2<0, false>, ScanAvx2<0, true>},
+                                        {ScanAvx2<1, false>, ScanAvx2<1, true>},
+                                        {ScanAvx2<2, false>, ScanAvx2<2, true>}};
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  const bool wide = has_avx2 && !baseline_only.load(std::memory_order_relaxed);
+  return (wide ? avx2 : baseline)[metric][mean_colour ? 1 : 0];
+}
+
+// Runs fn(first, end) over two halves of the segments at once. Each profile
+// is written by the thread that owns its segment only, and every cell keeps
+// the order of its terms, so the results are those of one thread. Small
+// grids are not worth a thread.
+template <class Fn>
+void ForSegmentHalves(size_t count, uint64_t work, const Fn& fn) {
+  const int32_t n = int32_t(count);
+  if (work < 1000000 || count < 2 || std::thread::hardware_concurrency() < 2) {
+    fn(0, n);
+    return;
+  }
+  std::jthread helper([&] { fn(n / 2, n); });
+  fn(0, n / 2);
+}
+
+}  // namespace
+
+void LimitProfileScanToBaseline(bool limit) {
+  baseline_only.store(limit, std::memory_order_relaxed);
+}
+
+ProfileParams ProfileParamsOf(const VLSegmentParams& params, int32_t radius) {
+  ProfileParams p;
+  p.colour_source = params.profile_colour_source;
+  p.metric = params.profile_metric;
+  p.mode = params.profile_mode;
+  p.radius = radius;
+  p.self_radius = int32_t(params.self_profile_radius);
+  p.variance_scale = params.variance_scale;
+  return p;
+}
+
+void SetStartingMotion(Segmentation& seg, const types::affine& T) {
+  seg.positions();
+  for (GridSegment& g : seg.segments) {
+    double px, py;
+    T.apply(g.centre_x, g.centre_y, px, py);
+    g.shift_x = RoundHalfAway(px - g.centre_x);
+    g.shift_y = RoundHalfAway(py - g.centre_y);
+  }
+}
+
+void ComputeStatistics(Segmentation& seg,
+                       const img::float_image& reference,
+                       float variance_scale,
+                       bool scaled) {
+  CheckSize(seg, reference);
+  if (seg.statistics_valid && seg.statistics_scaled == scaled) return;
+  for (GridSegment& g : seg.segments) {
+    g.mean[0] = g.mean[1] = g.mean[2] = 0;
+    g.variance = 0;
+  }
+  const uint32_t w = seg.width, h = seg.height;
+  for (uint32_t y = 0; y < h; ++y)
+    for (uint32_t x = 0; x < w; ++x) {
+      const int32_t l = seg.label(x, y);
+      if (l < 0) continue;
+      const float* p = img::pixel(reference, x, y);
+      float* m = seg.segments[size_t(l)].mean;
+      m[0] += p[0];
+      m[1] += p[1];
+      m[2] += p[2];
+    }
+  for (GridSegment& g : seg.segments) {
+    const float k = 1.0f / float(g.pixels);
+    g.mean[0] *= k;
+    g.mean[1] *= k;
+    g.mean[2] *= k;
+  }
+  for (uint32_t y = 0; y < h; ++y)
+    for (uint32_t x = 0; x < w; ++x) {
+      const int32_t l = seg.label(x, y);
+      if (l < 0) continue;
+      GridSegment& g = seg.segments[size_t(l)];
+      const float* p = img::pixel(reference, x, y);
+      g.variance += SquaredDifference(g.mean[0], g.mean[1], g.mean[2], p[0], p[1], p[2]);
+    }
+  for (GridSegment& g : seg.segments) {
+    g.variance = g.pixels < 2 ? 0.0 : g.variance / double(g.pixels - 1);
+    if (scaled) g.variance *= double(variance_scale);
+    if (g.variance == 0) g.variance = 0.00001;
+  }
+  seg.statistics_valid = true;
+  seg.statistics_scaled = scaled;
+}
+
+void RawProfiles(Segmentation& seg,
+                 const img::float_image& first,
+                 const img::float_image& second,
+                 int32_t radius,
+                 const ProfileParams& params,
+                 bool active_only) {
+  CheckSize(seg, first);
+  CheckSize(seg, second);
+  if (radius < 0 || radius > 10000) throw std::invalid_argument("search radius out of range");
+  if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
+  ScanSetup su;
+  su.q = radius;
+  su.size = 2 * radius + 1;
+  su.w = seg.width;
+  su.h = seg.height;
+
+  // The rows the windows can reach, so that only they are copied.
+  seg.positions();
+  int64_t row_lo = su.h, row_hi = -1;
+  for (const GridSegment& g : seg.segments) {
+    row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - radius);
+    row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + radius);
+  }
+  row_lo = std::max<int64_t>(row_lo, 0);
+  row_hi = std::min<int64_t>(row_hi, su.h - 1);
+  // A window row starts at column bx < height and is at most 2Q+1 long.
+  const Planes planes(second, row_lo * su.w,
+                      row_hi < row_lo ? row_lo * su.w : row_hi * su.w + su.h + 2 * radius + kLanes);
+
+  for (GridSegment& g : seg.segments) {
+    if (active_only && !g.active) continue;
+    g.profile.reset(su.size, su.size);
+    g.profile_counts.reset(su.size, su.size);
+    g.radius_x = g.radius_y = radius;
+  }
+  // The scan marks in each count row only where a run of cells ends; every
+  // run counts its cells 0..n-1, shifted left against the profile as the
+  // counts have always been kept, so a sum from the right gives the counts.
+  su.stride = su.size + kLanes - 1;
+  const size_t cells = size_t(su.size) * size_t(su.stride);
+  std::vector<double> sums(seg.segments.size() * cells, 0.0);
+  std::vector<double*> rows(seg.segments.size());
+  for (size_t s = 0; s < rows.size(); ++s) rows[s] = sums.data() + s * cells;
+  su.sums = rows.data();
+  const ScanFn scan = PickScan(params.metric, params.colour_source != 0);
+  ForSegmentHalves(
+      seg.segments.size(), uint64_t(seg.width) * seg.height * su.size * su.size,
+      [&](int32_t lo, int32_t hi) { scan(seg, first, planes, su, active_only, lo, hi); });
+
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    GridSegment& g = seg.segments[s];
+    if (active_only && !g.active) continue;
+    for (int32_t j = 0; j < su.size; ++j) {
+      int32_t* counts = g.profile_counts.row(j);
+      double* prof = g.profile.row(j);
+      std::copy_n(rows[s] + size_t(j) * size_t(su.stride), su.size, prof);
+      for (int32_t k = su.size - 2; k >= 0; --k) counts[k] += counts[k + 1];
+      for (int32_t i = 0; i < su.size; ++i)
+        if (counts[i] != 0) prof[i] /= double(counts[i]);
+    }
+  }
+}
+
+void BuildProfiles(Segmentation& seg,
+                   const img::float_image& target,
+                   const ProfileParams& params,
+                   bool active_only) {
+  if (!seg.image) throw std::invalid_argument("segmentation without reference picture");
+  if (params.mode != ProfileMode::Raw && params.mode != ProfileMode::SelfCompared)
+    throw std::invalid_argument("profile modes with foreign segments are not built");
+  if (params.radius < 0 || params.self_radius < 0)
+    throw std::invalid_argument("profile radius out of range");
+  const img::float_image& reference = *seg.image;
+  ComputeStatistics(seg, reference, params.variance_scale, true);
+  if (params.mode == ProfileMode::Raw) {
+    RawProfiles(seg, reference, target, params.radius, params, active_only);
+    return;
+  }
+
+  const int32_t R = params.radius, r = params.self_radius;
+  std::vector<std::pair<int32_t, int32_t>> shifts;
+  shifts.reserve(seg.segments.size());
+  for (GridSegment& g : seg.segments) {
+    shifts.emplace_back(g.shift_x, g.shift_y);
+    g.shift_x = g.shift_y = 0;
+  }
+  RawProfiles(seg, reference, reference, r, params, active_only);
+  std::vector<Raster<double>> self(seg.segments.size());
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    GridSegment& g = seg.segments[s];
+    self[s] = std::move(g.profile);
+    g.shift_x = shifts[s].first;
+    g.shift_y = shifts[s].second;
+  }
+
+  RawProfiles(seg, reference, target, R + r, params, active_only);
+  const int32_t size = 2 * R + 1, ssize = 2 * r + 1;
+  const uint64_t work = uint64_t(seg.segments.size()) * size * size * ssize * ssize;
+  ForSegmentHalves(seg.segments.size(), work, [&](int32_t lo, int32_t hi) {
+    std::vector<double> acc(size_t(size), 0.0);
+    for (size_t s = size_t(lo); s < size_t(hi); ++s) {
+      GridSegment& g = seg.segments[s];
+      if (active_only && !g.active) continue;
+      g.profile_counts = Raster<int32_t>();
+      const Raster<double>& C = g.profile;
+      const Raster<double>& S = self[s];
+      Raster<double> out;
+      out.reset(size, size);
+      // Each cell sums its terms over (a, b) in row order of S; the loop over
+      // the cells is innermost so that it walks C linearly.
+      for (int32_t j = 0; j < size; ++j) {
+        std::fill(acc.begin(), acc.end(), 0.0);
+        for (int32_t a = 0; a < ssize; ++a) {
+          const double* srow = S.row(a);
+          for (int32_t b = 0; b < ssize; ++b) {
+            const double sv = srow[b];
+            const double* crow = C.row(j + a) + b;
+            for (int32_t i = 0; i < size; ++i) acc[size_t(i)] += std::fabs(crow[i] - sv);
+          }
+        }
+        double* orow = out.row(j);
+        for (int32_t i = 0; i < size; ++i) orow[i] = -acc[size_t(i)];
+      }
+      g.profile = std::move(out);
+      g.radius_x = g.radius_y = R;
+    }
+  });
+}
+
+}  // namespace tracking
