@@ -53,17 +53,12 @@ struct Project : CompFixture {
 
 void ExpectSameProject(VLComp& a, VLComp& b) {
   const VLCompSettings &sa = a.GetSettings(), &sb = b.GetSettings();
-  EXPECT_EQ(sa.framerate, sb.framerate);
-  EXPECT_EQ(sa.pixelAspect.num, sb.pixelAspect.num);
-  EXPECT_EQ(sa.pixelAspect.den, sb.pixelAspect.den);
-  EXPECT_EQ(sa.exportInaccuracy, sb.exportInaccuracy);
-  EXPECT_EQ(sa.task, sb.task);
-  EXPECT_EQ(sa.exportModel, sb.exportModel);
-  EXPECT_EQ(sa.startFrame, sb.startFrame);
-  EXPECT_EQ(sa.workArea, sb.workArea);
-  EXPECT_EQ(a.GetCurrentTime(), b.GetCurrentTime());
-  EXPECT_EQ(a.GetPreviewTime(), b.GetPreviewTime());
-  EXPECT_EQ(a.GetActiveSegment(), b.GetActiveSegment());
+  EXPECT_EQ(std::tie(sa.framerate, sa.pixelAspect.num, sa.pixelAspect.den, sa.exportInaccuracy),
+            std::tie(sb.framerate, sb.pixelAspect.num, sb.pixelAspect.den, sb.exportInaccuracy));
+  EXPECT_EQ(std::tie(sa.task, sa.exportModel, sa.startFrame, sa.workArea),
+            std::tie(sb.task, sb.exportModel, sb.startFrame, sb.workArea));
+  EXPECT_EQ(std::make_tuple(a.GetCurrentTime(), a.GetPreviewTime(), a.GetActiveSegment()),
+            std::make_tuple(b.GetCurrentTime(), b.GetPreviewTime(), b.GetActiveSegment()));
   EXPECT_EQ(a.IsOverlayActive(), b.IsOverlayActive());
   EXPECT_EQ(a.GetUnderlay(), b.GetUnderlay());
   EXPECT_EQ(a.GetWidth(), b.GetWidth());
