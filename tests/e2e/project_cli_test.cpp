@@ -68,12 +68,12 @@ TEST(ProjectCli, NewSegmentInfoMoveRemove) {
   Result r = Cli(dir, {"new", dir / "f_0012.bmp", "-o", project, "--rate", "25"});
   ASSERT_EQ(r.status, 0) << r.err;
 
-  // Frame 12 as the user numbers it is index 2.
-  r = Cli(dir, {"segment", "add", project, "--key", "12", "--mask", dir / "mask.bmp", "--span",
-                "11:13", "--param", "ImageBlockSize=4"});
+  // Frame indices count from 0 whatever the start frame (10 here).
+  r = Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span",
+                "1:3", "--param", "ImageBlockSize=4"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "0\n");
-  r = Cli(dir, {"segment", "add", project, "--key", "14", "--mask", dir / "mask.bmp"});
+  r = Cli(dir, {"segment", "add", project, "--key", "4", "--mask", dir / "mask.bmp"});
   ASSERT_EQ(r.status, 0) << r.err;
 
   r = Cli(dir, {"info", "--json", project});
@@ -102,18 +102,21 @@ TEST(ProjectCli, MaskQuestionsNeedYesAndFailuresWriteNothing) {
   ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
   const std::string before = Slurp(project);
 
-  Result r = Cli(dir, {"segment", "add", "--json", project, "--key", "10", "--mask", dir / "mask.bmp"});
+  Result r =
+      Cli(dir, {"segment", "add", "--json", project, "--key", "0", "--mask", dir / "mask.bmp"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "Error while importing mask:\nDimensions of the bitmap (" + (dir / "mask.bmp") +
                        ") differ from composition dimensions.\nProceed?.\n");
   EXPECT_THAT(r.out, StartsWith("{\"error\": \"Dimensions of the bitmap"));
   EXPECT_EQ(Slurp(project), before);
 
-  r = Cli(dir, {"segment", "add", project, "--key", "99", "--mask", dir / "mask.bmp", "--yes"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_THAT(r.err, HasSubstr("frame 99 is outside the composition (10 to 14)"));
-
+  // 10 is the start frame's number, but as an index it is past the last frame.
   r = Cli(dir, {"segment", "add", project, "--key", "10", "--mask", dir / "mask.bmp", "--yes"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("frame 10 is outside the composition (0 to 4)"));
+  EXPECT_EQ(Slurp(project), before);
+
+  r = Cli(dir, {"segment", "add", project, "--key", "0", "--mask", dir / "mask.bmp", "--yes"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
               HasSubstr("\"mask\": {\"width\": 16, \"height\": 8, \"set_pixels\": 64}"));
