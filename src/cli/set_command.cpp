@@ -6,6 +6,10 @@
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "app/model/comp.h"
 #include "base/enums.h"
