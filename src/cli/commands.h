@@ -21,6 +21,8 @@ int RunDemoShot(const std::vector<std::string>& args);
 int RunNew(const std::vector<std::string>& args);
 int RunSegment(const std::vector<std::string>& args);
 int RunExport(const std::vector<std::string>& args);
+int RunOverlay(const std::vector<std::string>& args);
+int RunSet(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -33,5 +35,7 @@ extern const Command kDemoShotCommand;
 extern const Command kNewCommand;
 extern const Command kSegmentCommand;
 extern const Command kExportCommand;
+extern const Command kOverlayCommand;
+extern const Command kSetCommand;
 
 }  // namespace cli

@@ -14,8 +14,9 @@
 namespace {
 
 const cli::Command* const kCommands[] = {
-    &cli::kInfoCommand, &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
-    &cli::kNewCommand,  &cli::kSegmentCommand,  &cli::kExportCommand,
+    &cli::kInfoCommand,     &cli::kSequenceCommand, &cli::kConvertCommand,
+    &cli::kDemoShotCommand, &cli::kNewCommand,      &cli::kSegmentCommand,
+    &cli::kOverlayCommand,  &cli::kSetCommand,      &cli::kExportCommand,
 };
 
 void PrintToolHelp(FILE* out) {

@@ -26,15 +26,13 @@ uint32_t ParseCount(const std::string& text, const std::string& what) {
   return value;
 }
 
-// A frame index from the user's number; throws when it is outside the composition.
-int32_t FrameIndex(VLComp& comp, int32_t user) {
-  const int64_t index = int64_t(user) - comp.GetStartFrame();
+// Throws when the frame index is outside the composition.
+int32_t FrameIndex(VLComp& comp, int32_t index) {
   if (index < 0 || index >= comp.GetLength())
-    throw std::runtime_error("frame " + std::to_string(user) + " is outside the composition (" +
-                             std::to_string(comp.GetStartFrame()) + " to " +
-                             std::to_string(int64_t(comp.GetStartFrame()) + comp.GetLength() - 1) +
-                             ")");
-  return int32_t(index);
+    throw std::runtime_error("frame " + std::to_string(index) +
+                             " is outside the composition (0 to " +
+                             std::to_string(comp.GetLength() - 1) + ")");
+  return index;
 }
 
 int32_t SegmentIndex(VLComp& comp, const std::string& text) {
@@ -82,15 +80,15 @@ int RunSegmentAdd(const Options& options, bool json) {
   if (pos.size() != 2) throw UsageError("segment add needs PROJECT");
   if (!options.has("--key") || !options.has("--mask"))
     throw UsageError("segment add needs --key FRAME and --mask MASK");
-  const int32_t key = ParseUserFrame(options.value("--key"), "--key");
+  const int32_t key = ParseFrameIndex(options.value("--key"), "--key");
   int32_t span_first = 0, span_last = 0;
   const bool has_span = options.has("--span");
   if (has_span) {
     const std::string& span = options.value("--span");
     const auto colon = span.find(':');
     if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
-    span_first = ParseUserFrame(span.substr(0, colon), "--span");
-    span_last = ParseUserFrame(span.substr(colon + 1), "--span");
+    span_first = ParseFrameIndex(span.substr(0, colon), "--span");
+    span_last = ParseFrameIndex(span.substr(colon + 1), "--span");
     if (span_first > key || span_last < key) throw UsageError("--span must hold the key frame");
   }
   VLSegmentParams params;
@@ -193,8 +191,8 @@ const Command kSegmentCommand = {
     "FRAME, tracking FIRST to LAST (both included; default a few frames around\n"
     "the key), the mask read from MASK (white inside) and the parameters given\n"
     "by their project-file keys. Prints the new segment's index.\n"
-    "FRAME, FIRST and LAST are frame numbers as the program shows them: the\n"
-    "frame's index from 0 plus the project's start frame.\n"
+    "FRAME, FIRST and LAST are frame indices from 0, as the project file and\n"
+    "info number them; the project's start frame plays no part.\n"
     "A mask with no white or no black pixels, or of another size than the\n"
     "frames, raises a question: --yes answers it with OK (the mask is then cut\n"
     "or padded at its right and bottom); without --yes the command fails.\n"

@@ -51,13 +51,20 @@ int ProjectSession::Run(const std::function<void()>& command, bool json) {
   return 0;
 }
 
-int32_t ParseUserFrame(const std::string& text, const std::string& what) {
+int32_t ParseFrameIndex(const std::string& text, const std::string& what) {
   int32_t value = 0;
   const char* end = text.data() + text.size();
   const auto [ptr, ec] = std::from_chars(text.data(), end, value);
   if (text.empty() || ec != std::errc() || ptr != end)
-    throw UsageError(what + " needs a frame number, not '" + text + "'");
+    throw UsageError(what + " needs a frame index from 0, not '" + text + "'");
   return value;
+}
+
+std::vector<std::string> Notices(const app::ScriptedDialogs& dialogs) {
+  std::vector<std::string> texts;
+  for (const auto& q : dialogs.questions())
+    if (q.buttons == app::Buttons::Ok) texts.push_back(q.text);
+  return texts;
 }
 
 }  // namespace cli

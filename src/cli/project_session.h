@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "app/commands/application.h"
 #include "app/message_queue.h"
@@ -30,6 +31,7 @@ class ProjectSession {
  public:
   explicit ProjectSession(bool yes);
   app::Velomar& app() { return app_; }
+  const FlagDialogs& dialogs() const { return dialogs_; }
   VLComp& comp();
   // Runs `command` and returns 0; a failure is reported through the
   // application's operation stack (and as {"error": ...} with `json`) and
@@ -47,8 +49,11 @@ class ProjectSession {
   app::Velomar app_;
 };
 
-// A frame as the user numbers it (index plus the composition's start frame)
-// from command-line text. Throws UsageError naming `what`.
-int32_t ParseUserFrame(const std::string& text, const std::string& what);
+// A frame index from 0, as the project file and `info` number frames, from
+// command-line text; the start frame plays no part. Throws UsageError naming `what`.
+int32_t ParseFrameIndex(const std::string& text, const std::string& what);
+
+// The texts of the notices (OK-only messages) the command showed, in order.
+std::vector<std::string> Notices(const app::ScriptedDialogs& dialogs);
 
 }  // namespace cli

@@ -68,12 +68,12 @@ TEST(ProjectCli, NewSegmentInfoMoveRemove) {
   Result r = Cli(dir, {"new", dir / "f_0012.bmp", "-o", project, "--rate", "25"});
   ASSERT_EQ(r.status, 0) << r.err;
 
-  // Frame 12 as the user numbers it is index 2.
-  r = Cli(dir, {"segment", "add", project, "--key", "12", "--mask", dir / "mask.bmp", "--span",
-                "11:13", "--param", "ImageBlockSize=4"});
+  // Frame indices count from 0 whatever the start frame (10 here).
+  r = Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span",
+                "1:3", "--param", "ImageBlockSize=4"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "0\n");
-  r = Cli(dir, {"segment", "add", project, "--key", "14", "--mask", dir / "mask.bmp"});
+  r = Cli(dir, {"segment", "add", project, "--key", "4", "--mask", dir / "mask.bmp"});
   ASSERT_EQ(r.status, 0) << r.err;
 
   r = Cli(dir, {"info", "--json", project});
@@ -102,22 +102,152 @@ TEST(ProjectCli, MaskQuestionsNeedYesAndFailuresWriteNothing) {
   ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
   const std::string before = Slurp(project);
 
-  Result r = Cli(dir, {"segment", "add", "--json", project, "--key", "10", "--mask", dir / "mask.bmp"});
+  Result r =
+      Cli(dir, {"segment", "add", "--json", project, "--key", "0", "--mask", dir / "mask.bmp"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "Error while importing mask:\nDimensions of the bitmap (" + (dir / "mask.bmp") +
                        ") differ from composition dimensions.\nProceed?.\n");
   EXPECT_THAT(r.out, StartsWith("{\"error\": \"Dimensions of the bitmap"));
   EXPECT_EQ(Slurp(project), before);
 
-  r = Cli(dir, {"segment", "add", project, "--key", "99", "--mask", dir / "mask.bmp", "--yes"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_THAT(r.err, HasSubstr("frame 99 is outside the composition (10 to 14)"));
-
+  // 10 is the start frame's number, but as an index it is past the last frame.
   r = Cli(dir, {"segment", "add", project, "--key", "10", "--mask", dir / "mask.bmp", "--yes"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("frame 10 is outside the composition (0 to 4)"));
+  EXPECT_EQ(Slurp(project), before);
+
+  r = Cli(dir, {"segment", "add", project, "--key", "0", "--mask", dir / "mask.bmp", "--yes"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
               HasSubstr("\"mask\": {\"width\": 16, \"height\": 8, \"set_pixels\": 64}"));
   EXPECT_EQ(Cli(dir, {"segment", "remove", project, "3"}).status, 1);
+}
+
+// Overlay frames of 16 x 8 named <stem>_0001.bmp...: 32-bit (with alpha) or 24-bit.
+void WriteOverlay(const TempDir& dir, const std::string& stem, int frames, bool alpha) {
+  img::image frame(16, 8);
+  std::fill(frame.data, frame.data + frame.size, uint8_t(200));
+  for (int n = 1; n <= frames; ++n)
+    img::native_writer().write(dir / (stem + "_000" + std::to_string(n) + ".bmp"), "BMP", frame,
+                               alpha);
+}
+
+// A project of five frames numbered from 10 with a three-frame overlay.
+std::string ProjectWithOverlay(const TempDir& dir) {
+  WriteShot(dir, 16);
+  WriteOverlay(dir, "o", 3, true);
+  const std::string project = dir / "p.vlp";
+  EXPECT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
+  EXPECT_EQ(Cli(dir, {"overlay", "import", project, dir / "o_0001.bmp"}).status, 0);
+  return project;
+}
+
+TEST(ProjectCli, OverlayImportPrintsNoticeAndAsksAboutMissingAlpha) {
+  TempDir dir;
+  WriteShot(dir, 16);
+  WriteOverlay(dir, "o", 3, true);
+  const std::string project = dir / "p.vlp";
+  ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
+
+  Result r = Cli(dir, {"overlay", "import", project, dir / "o_0002.bmp"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Overlay sequence of 3 frames imported.\n");
+  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
+              HasSubstr("\"overlay\": {\"frames\": 3, \"still\": false, \"source_offset\": 0, "
+                        "\"trimming\": [0, 3]"));
+
+  r = Cli(dir, {"overlay", "import", project, dir / "o_0002.bmp", "--still"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Still overlay imported.\n");
+  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"still\": true"));
+
+  // Footage without alpha raises a question: it fails the command without --yes.
+  WriteOverlay(dir, "flat", 2, false);
+  const std::string before = Slurp(project);
+  r = Cli(dir, {"overlay", "import", project, dir / "flat_0001.bmp"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("You have an image with no Alpha channel."));
+  EXPECT_EQ(Slurp(project), before);
+  r = Cli(dir, {"overlay", "import", project, dir / "flat_0001.bmp", "--yes"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Overlay sequence of 2 frames imported.\n");
+}
+
+struct SetCase {
+  std::vector<std::string> assignments;
+  std::string expected;  // a piece of info --json after the change
+};
+
+TEST(ProjectCli, SetChangesEachSettingWithTheSettersClamps) {
+  TempDir dir;
+  const std::string project = ProjectWithOverlay(dir);
+  const SetCase cases[] = {
+      {{"framerate=30"}, "\"framerate\": 30,"},
+      {{"framerate=0"}, "\"framerate\": 1,"},
+      {{"start_frame=-7"}, "\"start_frame\": -7,"},
+      {{"work_area=1:3"}, "\"work_area\": [1, 3],"},
+      {{"work_area=3:99"}, "\"work_area\": [3, 5],"},
+      {{"task=Compensation"}, "\"task\": \"Compensation\","},
+      {{"export_model=CornerPin"}, "\"export_model\": \"CornerPin\","},
+      {{"export_inaccuracy=0.25"}, "\"export_inaccuracy\": 0.25,"},
+      {{"export_inaccuracy=-2"}, "\"export_inaccuracy\": 0,"},
+      {{"pixel_aspect=648/720"}, "\"pixel_aspect\": [648, 720],"},
+      {{"pixel_aspect=4:3"}, "\"pixel_aspect\": [4, 3],"},
+      {{"trimming=1:2"}, "\"trimming\": [1, 2],"},
+      {{"trimming=-4:9"}, "\"trimming\": [0, 3],"},
+      {{"source_offset=2"}, "\"source_offset\": 2,"},
+      {{"source_offset=50"}, "\"source_offset\": 5,"},  // the footage still touches the frames
+      {{"match=3"}, "\"match\": 3,"},
+      {{"match=99"}, "\"match\": 4,"},
+      {{"alpha=InvPremul"}, "\"alpha\": \"InvPremul\","},
+      {{"alignment=TopLeftCorner"}, "\"alignment\": \"TopLeftCorner\","},
+      // A hand-made transform clears the alignment set before it, in order.
+      {{"alignment=BottomRightCorner", "initial_transform=2,0.5,0,1,-3,4.25"},
+       "\"alignment\": \"No\", \"alpha\": \"InvPremul\", "
+       "\"initial_transform\": [2, 0.5, 0, 1, -3, 4.25]}"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"set", project};
+    args.insert(args.end(), c.assignments.begin(), c.assignments.end());
+    const Result r = Cli(dir, args);
+    ASSERT_EQ(r.status, 0) << c.assignments[0] << ": " << r.err;
+    EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr(c.expected))
+        << c.assignments.back();
+  }
+}
+
+TEST(ProjectCli, SetRejectsBadKeysAndValuesAndWritesNothing) {
+  TempDir dir;
+  WriteShot(dir, 16);
+  const std::string bare = dir / "bare.vlp";
+  ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", bare}).status, 0);
+  const std::string project = ProjectWithOverlay(dir);
+  const struct {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"set", project, "speed=3"}, "unknown setting 'speed'"},
+      {{"set", project, "framerate"}, "'framerate' is no KEY=VALUE"},
+      {{"set", project, "framerate="}, "framerate needs a whole number, not ''"},
+      {{"set", project, "framerate=-1"}, "framerate needs a whole number, not '-1'"},
+      {{"set", project, "start_frame=1.5"}, "start_frame needs a whole number"},
+      {{"set", project, "work_area=3"}, "work_area needs FIRST:LAST"},
+      {{"set", project, "pixel_aspect=0/1"}, "pixel_aspect needs NUM/DEN"},
+      {{"set", project, "export_inaccuracy=nan"}, "export_inaccuracy needs a number"},
+      {{"set", project, "task=tracking"}, "task needs one of Tracking, Compensation"},
+      {{"set", project, "initial_transform=1,0,0,1,2"}, "initial_transform needs six numbers"},
+      {{"set", project, "initial_transform=1,0,0,1,2,3,4"}, "initial_transform needs six numbers"},
+      // The first change is applied in memory but the second fails: no save.
+      {{"set", project, "framerate=24", "alpha=Opaque"}, "alpha needs one of Straight,"},
+      {{"set", bare, "match=2"}, "the project has no overlay to set match of"},
+  };
+  for (const auto& c : cases) {
+    const std::string before = Slurp(c.args[1]);
+    const Result r = Cli(dir, c.args);
+    EXPECT_EQ(r.status, 1) << c.args.back();
+    EXPECT_THAT(r.err, HasSubstr(c.message));
+    EXPECT_EQ(Slurp(c.args[1]), before) << c.args.back();
+  }
 }
 
 }  // namespace

@@ -1,0 +1,234 @@
+// velomar-cli set: the composition's and the overlay's settings, each one
+// through the interfaces (so through the undo queue and the setters' clamps),
+// as the property panel changes them. Keys and value forms are those of
+// info --json, so that what info prints can be given back.
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "app/model/comp.h"
+#include "base/enums.h"
+#include "cli/commands.h"
+#include "cli/options.h"
+#include "cli/project_session.h"
+
+namespace cli {
+
+namespace {
+
+UsageError Malformed(const std::string& key, const std::string& form, const std::string& text) {
+  return UsageError(key + " needs " + form + ", not '" + text + "'");
+}
+
+template <class N>
+N Number(const std::string& key, const std::string& form, const std::string& text) {
+  N value{};
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end) throw Malformed(key, form, text);
+  if constexpr (std::is_floating_point_v<N>)
+    if (!std::isfinite(value)) throw Malformed(key, form, text);
+  return value;
+}
+
+// Splits at the first of `separators`; both parts must be there.
+std::pair<std::string, std::string> Pair(const std::string& key,
+                                         const std::string& form,
+                                         const std::string& text,
+                                         const char* separators) {
+  const auto at = text.find_first_of(separators);
+  if (at == std::string::npos) throw Malformed(key, form, text);
+  return {text.substr(0, at), text.substr(at + 1)};
+}
+
+My::Span Span(const std::string& key, const std::string& text) {
+  const char* form = "FIRST:LAST (frame indices)";
+  const auto [first, last] = Pair(key, form, text, ":");
+  return {Number<int32_t>(key, form, first), Number<int32_t>(key, form, last)};
+}
+
+template <class E>
+E Word(const std::string& key, const std::string& text) {
+  if (const auto value = FromFileWord<E>(text)) return *value;
+  std::string words;
+  for (const auto& row : EnumTable<E>()) words += std::string(words.empty() ? "" : ", ") + row.word;
+  throw Malformed(key, "one of " + words, text);
+}
+
+PixelAspectRatio Aspect(const std::string& key, const std::string& text) {
+  const char* form = "NUM/DEN or NUM:DEN of positive whole numbers";
+  const auto [num, den] = Pair(key, form, text, "/:");
+  PixelAspectRatio aspect{Number<int32_t>(key, form, num), Number<int32_t>(key, form, den)};
+  // The setter would ignore such a ratio without a word; a script must hear of it.
+  if (aspect.num <= 0 || aspect.den <= 0) throw Malformed(key, form, text);
+  return aspect;
+}
+
+types::affine Transform(const std::string& key, const std::string& text) {
+  const char* form = "six numbers xx,xy,yx,yy,x,y";
+  double v[6];
+  size_t from = 0;
+  for (int i = 0; i < 6; ++i) {
+    const size_t comma = i < 5 ? text.find(',', from) : text.size();
+    if (comma == std::string::npos) throw Malformed(key, form, text);
+    v[i] = Number<double>(key, form, text.substr(from, comma - from));
+    from = comma + 1;
+  }
+  types::affine t;
+  t.xx = v[0];
+  t.xy = v[1];
+  t.yx = v[2];
+  t.yy = v[3];
+  t.x = v[4];
+  t.y = v[5];
+  return t;
+}
+
+struct Setting {
+  const char* key;
+  void (*apply)(VLComp& comp, const std::string& key, const std::string& text);
+  bool overlay;  // needs an imported overlay
+};
+
+VLCompInterface& C(VLComp& comp) {
+  return comp.GetInterface();
+}
+VL::Overlay& O(VLComp& comp) {
+  return comp.GetInterface().GetOverlay();
+}
+
+const Setting kSettings[] = {
+    {"framerate",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetFramerate(Number<uint32_t>(k, "a whole number", t));
+     },
+     false},
+    {"start_frame",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetStartFrame(Number<int32_t>(k, "a whole number", t));
+     },
+     false},
+    {"work_area",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       const My::Span s = Span(k, t);
+       C(c).SetWorkArea(s.first, s.last);
+     },
+     false},
+    {"task",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetTask(Word<TaskType>(k, t));
+     },
+     false},
+    {"export_model",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetExportModel(Word<ExportModel>(k, t));
+     },
+     false},
+    {"export_inaccuracy",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetExportInaccuracy(Number<float>(k, "a number of pixels", t));
+     },
+     false},
+    {"pixel_aspect",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       C(c).SetPixelAspect(Aspect(k, t));
+     },
+     false},
+    {"source_offset",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       O(c).SetSourceOffset(Number<int32_t>(k, "a whole number", t));
+     },
+     true},
+    {"trimming",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       const My::Span s = Span(k, t);
+       O(c).SetTrimming(s.first, s.last);
+     },
+     true},
+    {"match",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       O(c).SetMatch(Number<int32_t>(k, "a frame index", t));
+     },
+     true},
+    {"alignment",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       O(c).SetAlignment(Word<Alignment>(k, t));
+     },
+     true},
+    {"alpha",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       O(c).SetAlpha(Word<AlphaInterpretation>(k, t));
+     },
+     true},
+    {"initial_transform",
+     [](VLComp& c, const std::string& k, const std::string& t) {
+       O(c).SetInitialTransform(Transform(k, t));
+     },
+     true},
+};
+
+const Setting& Find(const std::string& key) {
+  std::string keys;
+  for (const auto& s : kSettings) {
+    if (key == s.key) return s;
+    keys += std::string(keys.empty() ? "" : ", ") + s.key;
+  }
+  throw UsageError("unknown setting '" + key + "' (known: " + keys + ")");
+}
+
+}  // namespace
+
+int RunSet(const std::vector<std::string>& args) {
+  Options options(args, {"--json"}, {});
+  const bool json = options.flag("--json");
+  const auto& pos = options.positional();
+  if (pos.size() < 2) throw UsageError("set needs PROJECT and at least one KEY=VALUE");
+  // Unknown keys fail before the project is read; values as they are applied.
+  std::vector<std::pair<const Setting*, std::string>> changes;
+  for (size_t i = 1; i < pos.size(); ++i) {
+    const auto eq = pos[i].find('=');
+    if (eq == std::string::npos) throw UsageError("'" + pos[i] + "' is no KEY=VALUE");
+    changes.emplace_back(&Find(pos[i].substr(0, eq)), pos[i].substr(eq + 1));
+  }
+  ProjectSession session(false);
+  return session.Run(
+      [&] {
+        session.Open(pos[0]);
+        VLComp& comp = session.comp();
+        for (const auto& [setting, text] : changes) {
+          if (setting->overlay && comp.GetOverlay().IsEmpty())
+            throw std::runtime_error(std::string("the project has no overlay to set ") +
+                                     setting->key + " of: import one first");
+          setting->apply(comp, setting->key, text);
+        }
+        // One save when every change is in; a failure above leaves the file as it was.
+        session.app().OnSave();
+      },
+      json);
+}
+
+const Command kSetCommand = {
+    "set", "change a project's settings",
+    "usage: velomar-cli set PROJECT.vlp KEY=VALUE... [--json]\n"
+    "\n"
+    "Changes the settings of the project and of its overlay, in the order\n"
+    "given, and saves the project once when all of them are in. Keys and\n"
+    "values are those info --json prints:\n"
+    "  framerate=N  start_frame=N  export_inaccuracy=PIXELS\n"
+    "  work_area=FIRST:LAST  pixel_aspect=NUM/DEN (or NUM:DEN)\n"
+    "  task=WORD  export_model=WORD\n"
+    "and, for a project with an overlay:\n"
+    "  source_offset=N  trimming=FIRST:LAST  match=FRAME\n"
+    "  alignment=WORD  alpha=WORD  initial_transform=xx,xy,yx,yy,x,y\n"
+    "Frames are indices from 0; a span's LAST is one past its last frame, as\n"
+    "in the file. Values out of range are clamped as the program clamps them\n"
+    "(a frame rate of at least 1, spans inside the frames, ...). An unknown\n"
+    "key or a malformed value fails the command and nothing is saved.\n",
+    RunSet};
+
+}  // namespace cli
