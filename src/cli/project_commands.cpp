@@ -89,7 +89,9 @@ int RunSegmentAdd(const Options& options, bool json) {
     if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
     span_first = ParseFrameIndex(span.substr(0, colon), "--span");
     span_last = ParseFrameIndex(span.substr(colon + 1), "--span");
-    if (span_first > key || span_last < key) throw UsageError("--span must hold the key frame");
+    if (span_first > key || span_last <= key)
+      throw UsageError(
+          "--span FIRST:LAST must hold the key frame (LAST is one past the last frame)");
   }
   VLSegmentParams params;
   ProjectSession session(options.flag("--yes"));
@@ -101,7 +103,7 @@ int RunSegmentAdd(const Options& options, bool json) {
         session.app().OnNewSegment();
         VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
         if (has_span)
-          segment.SetTimeSpan(FrameIndex(comp, span_first), FrameIndex(comp, span_last) + 1);
+          segment.SetTimeSpan(FrameIndex(comp, span_first), FrameIndex(comp, span_last - 1) + 1);
         params = segment.GetParams();
         for (const auto& p : options.values("--param")) ApplyParam(params, p);
         segment.SetParams(params);
@@ -112,7 +114,7 @@ int RunSegmentAdd(const Options& options, bool json) {
         else
           std::printf("%d\n", comp.GetActiveSegment());
       },
-      json);
+      json, "adding a segment");
 }
 
 int RunSegmentRemoveOrMove(const Options& options, bool json, bool move) {
@@ -134,7 +136,7 @@ int RunSegmentRemoveOrMove(const Options& options, bool json, bool move) {
           session.app().OnClear();
         session.app().OnSave();
       },
-      json);
+      json, "changing the segment list");
 }
 
 }  // namespace
@@ -188,8 +190,9 @@ const Command kSegmentCommand = {
     "       velomar-cli segment move PROJECT.vlp INDEX NEW_INDEX\n"
     "\n"
     "add puts a new segment on top of the stack (index 0) with its key frame at\n"
-    "FRAME, tracking FIRST to LAST (both included; default a few frames around\n"
-    "the key), the mask read from MASK (white inside) and the parameters given\n"
+    "FRAME, tracking the frames from FIRST up to LAST, LAST not included, as\n"
+    "info prints spans (default a few frames around the key), the mask read from MASK (white "
+    "inside) and the parameters given\n"
     "by their project-file keys. Prints the new segment's index.\n"
     "FRAME, FIRST and LAST are frame indices from 0, as the project file and\n"
     "info number them; the project's start frame plays no part.\n"

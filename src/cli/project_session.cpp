@@ -32,9 +32,11 @@ void ProjectSession::Open(const std::string& path) {
     throw std::runtime_error("could not open project: " + path);
 }
 
-int ProjectSession::Run(const std::function<void()>& command, bool json) {
+int ProjectSession::Run(const std::function<void()>& command, bool json, const char* operation) {
   try {
+    if (operation) app_.GetOperations().push(operation);
     command();
+    if (operation) app_.GetOperations().pop();
     queue_.pump();
   } catch (const UsageError&) {
     throw;

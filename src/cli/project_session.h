@@ -36,7 +36,9 @@ class ProjectSession {
   // Runs `command` and returns 0; a failure is reported through the
   // application's operation stack (and as {"error": ...} with `json`) and
   // gives 1. Agreed questions are listed on standard error.
-  int Run(const std::function<void()>& command, bool json);
+  // `operation` names the command in a report when it fails before the
+  // application has pushed an operation of its own.
+  int Run(const std::function<void()>& command, bool json, const char* operation = nullptr);
   // Opens the project; throws when it cannot be read.
   void Open(const std::string& path);
 

@@ -209,7 +209,7 @@ int RunSet(const std::vector<std::string>& args) {
         // One save when every change is in; a failure above leaves the file as it was.
         session.app().OnSave();
       },
-      json);
+      json, "changing settings");
 }
 
 const Command kSetCommand = {

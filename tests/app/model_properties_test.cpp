@@ -26,7 +26,8 @@ TEST(ModelProperties, WriteIsOneUndoableActionOfTheShownObject) {
     SCOPED_TRACE(c.undo_name);
     app_testing::CompFixture f(10);
     f.AddSegment(2, {0, 10}, 1.0);
-    f.comp.GetOverlay().GetInterface().Import({app_testing::WriteImage(f.dir, "o.bmp", 4, 4, true)});
+    f.comp.GetOverlay().GetInterface().Import(
+        {app_testing::WriteImage(f.dir, "o.bmp", 4, 4, true)});
     app::EditableObject* objects[] = {c.object(f.comp)};
     const app::Property* row = app::PropertiesFor(objects[0]);
     for (auto label : c.row) ASSERT_NE(row = row ? row->Child(label) : nullptr, nullptr);

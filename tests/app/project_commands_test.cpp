@@ -16,8 +16,8 @@ TEST(VelomarProject, SavedProjectOpensWithItsSegmentsAndUnmodified) {
   app::MessageQueue queue;
   app::ScriptedDialogs dialogs;
   app::MemoryProfileStore profile;
-  app::Velomar app({.queue = queue, .dialogs = dialogs, .profile = profile,
-                    .files = app::ProjectFiles()});
+  app::Velomar app(
+      {.queue = queue, .dialogs = dialogs, .profile = profile, .files = app::ProjectFiles()});
   app.LoadSequenceFile(app_testing::WriteImage(dir, "s_0003.bmp", 8, 6, false));
   app.OnNewSegment();
   dialogs.choose_file(dir / "p.vlp");
@@ -36,7 +36,8 @@ TEST(VelomarProject, SavedProjectOpensWithItsSegmentsAndUnmodified) {
   testing_support::WriteFile(dir / "bad.vlp", std::string_view("<Velomar"));
   EXPECT_FALSE(app.Run([&] { app.OpenDocumentFile(dir / "bad.vlp"); }));
   EXPECT_FALSE(app.IsProjectOpen());
-  EXPECT_THAT(dialogs.questions().back().text, ::testing::StartsWith("Error while opening project:\n"));
+  EXPECT_THAT(dialogs.questions().back().text,
+              ::testing::StartsWith("Error while opening project:\n"));
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ TEST(ProjectCli, NewSegmentInfoMoveRemove) {
 
   // Frame indices count from 0 whatever the start frame (10 here).
   r = Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span",
-                "1:3", "--param", "ImageBlockSize=4"});
+                "1:4", "--param", "ImageBlockSize=4"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "0\n");
   r = Cli(dir, {"segment", "add", project, "--key", "4", "--mask", dir / "mask.bmp"});
