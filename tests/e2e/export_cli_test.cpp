@@ -1,7 +1,5 @@
 // velomar-cli export on a project written by the program itself: a segment
 // of known motion and a still overlay, so the expected text is known.
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -11,35 +9,18 @@
 
 #include "app/file/project_file.h"
 #include "app/model/comp.h"
+#include "cli_runner.h"
 #include "imaging/native_io.h"
 #include "testing/files.h"
 
 namespace {
 
+using e2e::Cli;
+using e2e::Result;
+using e2e::Slurp;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using testing_support::TempDir;
-
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string Slurp(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-Result Cli(const TempDir& dir, const std::vector<std::string>& args) {
-  std::string command = std::string("'") + VELOMAR_CLI + "'";
-  for (const auto& a : args) command += " '" + a + "'";  // the test's paths hold no quote
-  const auto out = dir.path() / ".stdout", err = dir.path() / ".stderr";
-  command += " >'" + out.string() + "' 2>'" + err.string() + "' </dev/null";
-  const int raw = std::system(command.c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), Slurp(out), Slurp(err)};
-}
 
 std::string Image(const TempDir& dir, const std::string& name, uint32_t w, uint32_t h) {
   img::image picture(w, h);

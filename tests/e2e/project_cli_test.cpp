@@ -1,6 +1,4 @@
 // velomar-cli building and editing a project as a script does.
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -8,45 +6,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli_runner.h"
 #include "imaging/native_io.h"
 #include "testing/files.h"
 
 namespace {
 
+using e2e::Cli;
+using e2e::Result;
+using e2e::Slurp;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using testing_support::TempDir;
-
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-std::string Slurp(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-Result Cli(const TempDir& dir, const std::vector<std::string>& args) {
-  std::string command = Quote(VELOMAR_CLI);
-  for (const auto& a : args) command += ' ' + Quote(a);
-  const auto out = dir.path() / ".stdout", err = dir.path() / ".stderr";
-  command += " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
-  Result r;
-  const int raw = std::system(command.c_str());
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-  r.out = Slurp(out);
-  r.err = Slurp(err);
-  return r;
-}
 
 // Five frames of 16 x 8 numbered from 10, and a mask whose left half is white.
 void WriteShot(const TempDir& dir, uint32_t mask_width) {
