@@ -3,7 +3,7 @@
 namespace app {
 
 void AsyncMessageBox::Execute() {
-  dialogs_.inform(text_, Icon::Information);
+  dialogs_.inform(text_, icon_);
 }
 
 void ChangeCursorMessage::Execute() {

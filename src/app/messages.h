@@ -10,17 +10,18 @@
 
 namespace app {
 
-// Shows the text in an information box when run.
+// Shows the text in a message box (an information box unless told) when run.
 class AsyncMessageBox : public VLMessage {
  public:
-  AsyncMessageBox(UserDialogs& dialogs, std::string text)
-      : dialogs_(dialogs), text_(std::move(text)) {}
+  AsyncMessageBox(UserDialogs& dialogs, std::string text, Icon icon = Icon::Information)
+      : dialogs_(dialogs), text_(std::move(text)), icon_(icon) {}
   void Execute() override;
   const std::string& text() const { return text_; }
 
  private:
   UserDialogs& dialogs_;
   std::string text_;
+  Icon icon_;
 };
 
 // Turns the busy cursor on or off when run.

@@ -1,5 +1,7 @@
 #include "base/thread.h"
 
+#include "base/crash_report.h"
+
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -65,6 +67,8 @@ void thread::LowerPriorityOf(pid_t tid) {
 }
 
 void thread::Entry() {
+  // A stack overflow in a worker is reported like one on the main thread.
+  PrepareCrashStack();
   {
     std::lock_guard lock(priority_mutex_);
     tid_ = gettid();

@@ -20,7 +20,7 @@ using app::Answer;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
-class FakeJobs : public app::Jobs {
+class FakeJobs : public app::NoJobs {
  public:
   bool running = false;
   int cancelled = 0;

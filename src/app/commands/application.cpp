@@ -35,6 +35,7 @@ Velomar::Velomar(VelomarPorts ports) : ports_(std::move(ports)) {
   SetHintLanguage(preferences_.hintLanguage);
   ApplyCacheQuota(preferences_, img::global_cache());
   composition_ = std::make_unique<VLComp>(operations_, &ports_.dialogs, ports_.view);
+  composition_->SetJobs(ports_.jobs);
   // Unchecked on purpose: the overlay's own setters clamp what it is given.
   composition_->defaultAlignment = Alignment(preferences_.overlayAlignment);
   composition_->defaultAlpha = AlphaInterpretation(preferences_.overlayAlpha);
@@ -318,6 +319,33 @@ void Velomar::OnActivateAbove() {
 void Velomar::OnActivateBelow() {
   if (const auto target = ActivateBelowTarget(GetCommandState()))
     composition_->GetInterface().SetActiveSegment(*target);
+}
+
+void Velomar::OnProcess() {
+  if (!CanProcess(GetCommandState())) return;
+  composition_->GetSegmentObject(composition_->GetActiveSegment()).Process();
+}
+
+void Velomar::OnCancel() {
+  if (!CanCancel(GetCommandState())) return;
+  composition_->GetSegmentObject(composition_->GetActiveSegment()).CancelNoWait();
+}
+
+void Velomar::OnTrim() {
+  if (!CanTrim(GetCommandState())) return;
+  composition_->GetSegmentObject(composition_->GetActiveSegment()).GetInterface().Trim();
+}
+
+int32_t Velomar::OnProcessAll() {
+  if (!CanProcessAll(GetCommandState())) return 0;
+  int32_t queued = 0;
+  for (int32_t i = 0; i < composition_->GetSegmentCount(); ++i)
+    if (composition_->GetSegmentObject(i).Process()) ++queued;
+  return queued;
+}
+
+void Velomar::OnCancelAll() {
+  if (CanCancelAll(GetCommandState())) composition_->GetJobs().cancel_all();
 }
 
 }  // namespace app

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "app/commands/command_rules.h"
-#include "app/commands/jobs.h"
+#include "app/model/jobs.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
 #include "app/preferences.h"
@@ -41,7 +41,7 @@ struct VelomarPorts {
   ProjectFileAccess files;
   ViewSurface* view = nullptr;
   Clipboard* clipboard = nullptr;
-  Jobs* jobs = nullptr;  // null: no job ever runs
+  Jobs* jobs = nullptr;  // the tracker; null: no job ever runs
 };
 
 class Velomar {
@@ -114,13 +114,23 @@ class Velomar {
   void OnNewFromActive();
   void OnActivateAbove();
   void OnActivateBelow();
+  // Queues the active segment for tracking.
+  void OnProcess();
+  // Stops the active segment's tracking without waiting.
+  void OnCancel();
+  // Cuts the active segment's results down to its time span ("Trim Data").
+  void OnTrim();
+  // Queues every segment with frames left to track, in list order; returns
+  // how many were queued.
+  int32_t OnProcessAll();
+  // Stops all tracking without waiting.
+  void OnCancelAll();
 
  private:
   void AddRecentFile(const std::string& path);
   bool NoJobRunning() const;
 
   VelomarPorts ports_;
-  NoJobs noJobs_;
   OperationStack operations_;
   AppPreferences preferences_;
   std::string openFilter_;

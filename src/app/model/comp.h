@@ -17,6 +17,7 @@
 
 #include "app/model/action_queue.h"
 #include "app/model/interfaces.h"
+#include "app/model/jobs.h"
 #include "app/model/overlay.h"
 #include "app/model/properties_access.h"
 #include "app/model/segment.h"
@@ -125,6 +126,9 @@ class VLComp {
   VLCompInterface& GetInterface() { return interface_; }
   app::OperationStack& GetOperations() { return operations_; }
   app::UserDialogs* GetDialogs() const { return dialogs_; }
+  // The tracking jobs; NoJobs until the program gives its processor.
+  app::Jobs& GetJobs() const { return *jobs_; }
+  void SetJobs(app::Jobs* jobs) { jobs_ = jobs ? jobs : &noJobs_; }
   VLActionQueue& GetActionQueue() { return actionQueue_; }
   const VLActionQueue& GetActionQueue() const { return actionQueue_; }
 
@@ -253,6 +257,8 @@ class VLComp {
   app::OperationStack& operations_;
   app::UserDialogs* dialogs_;
   app::ViewSurface* view_;
+  app::NoJobs noJobs_;
+  app::Jobs* jobs_ = &noJobs_;
   PanelState panel_;
   VLSegment* edited_ = nullptr;
 

@@ -44,6 +44,7 @@ void CreateSegmentAction::Undo() {
   if (comp_.IsEmpty() || comp_.GetSegmentCount() == 0) return;
   VLSegment& held = comp_.GetSegmentObject(0);
   if (held.IsActive()) comp_.SetActiveSegment(-1);
+  if (held.IsProcessing()) held.Cancel();
   held.GetInterface().EndEdit();
   ActiveSegmentKeeper keeper(comp_);
   segment_ = comp_.RemoveSegment(0);
@@ -53,6 +54,7 @@ bool DeleteSegmentAction::Do() {
   if (comp_.IsEmpty() || index_ < 0 || index_ >= comp_.GetSegmentCount()) return false;
   VLSegment& held = comp_.GetSegmentObject(index_);
   wasActive_ = held.IsActive();
+  if (held.IsProcessing()) held.Cancel();
   held.GetInterface().EndEdit();
   ActiveSegmentKeeper keeper(comp_);
   segment_ = comp_.RemoveSegment(index_);

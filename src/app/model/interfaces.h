@@ -41,6 +41,8 @@ class Segment {
   virtual void SetTimeSpan(int32_t first, int32_t last) = 0;  // "Adjust Segment"
   virtual My::Span GetDataSpan() const = 0;
   virtual bool IsProcessing() const = 0;
+  virtual bool Process() = 0;  // queues the segment for tracking
+  virtual void Cancel() = 0;   // stops its tracking and waits
   virtual bool IsEdited() const = 0;
   virtual void BeginEdit() = 0;
   virtual void EndEdit() = 0;

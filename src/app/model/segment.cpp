@@ -92,6 +92,14 @@ My::Span VLSegmentInterface::GetDataSpan() const {
 bool VLSegmentInterface::IsProcessing() const {
   return segment_.IsProcessing();
 }
+
+bool VLSegmentInterface::Process() {
+  return segment_.Process();
+}
+
+void VLSegmentInterface::Cancel() {
+  segment_.Cancel();
+}
 bool VLSegmentInterface::IsEdited() const {
   return segment_.IsEdited();
 }
@@ -273,6 +281,38 @@ void VLSegment::AddTransform(bool forward,
     }
   }
   queue.post(std::make_unique<SegmentDataSpanMessage>(*this, span, frame));
+}
+
+bool VLSegment::Process() {
+  if (!composition_) return false;
+  const My::Span data = GetDataSpan();
+  if ((timeSpan_.first >= data.first && timeSpan_.last <= data.last) || status_ != 0) return false;
+  const uint64_t set = CountSetPixels(mask_);
+  if (set == 0 || set == uint64_t(mask_.width) * mask_.height) {
+    if (app::UserDialogs* dialogs = composition_->GetDialogs())
+      dialogs->inform("Segment mask is empty.", app::Icon::Warning);
+    return false;
+  }
+  interface_.EndEdit();
+  return composition_->GetJobs().enqueue(*this);
+}
+
+void VLSegment::Cancel() {
+  if (!composition_) return;
+  app::Jobs& jobs = composition_->GetJobs();
+  jobs.remove(*this);
+  if (status_ == 0) return;
+  std::unique_ptr<app::Progress> wait;
+  if (app::UserDialogs* dialogs = composition_->GetDialogs())
+    wait = dialogs->begin_progress("Stopping calculation of segment...");
+  jobs.wait_until([this] { return status_ == 0; });
+  // A run that ended on an error posts no status: once the worker is idle,
+  // nothing is left that could, and the segment is idle too.
+  if (status_ != 0) SetStatus(0);
+}
+
+void VLSegment::CancelNoWait() {
+  if (composition_) composition_->GetJobs().remove(*this);
 }
 
 void VLSegment::ReplaceData(VLSegmentDataPtr data) {

@@ -33,6 +33,8 @@ class VLSegmentInterface : public VL::Segment, public app::SegmentAccess {
   void SetTimeSpan(int32_t first, int32_t last) override;
   My::Span GetDataSpan() const override;
   bool IsProcessing() const override;
+  bool Process() override;
+  void Cancel() override;
   bool IsEdited() const override;
   void BeginEdit() override;
   void EndEdit() override;
@@ -116,6 +118,16 @@ class VLSegment {
                     My::Span& span,
                     const types::affine& transform,
                     app::GuiQueue& queue);
+
+  // Queues the segment for tracking. False when it is not idle or its data
+  // already cover its time span; an empty or full mask is refused with the
+  // warning "Segment mask is empty.". Ends the mask editing first.
+  bool Process();
+  // Stops the segment's tracking and waits, running the owning thread's
+  // messages, until it is idle. What was computed stays.
+  void Cancel();
+  // Stops the segment's tracking without waiting (the Cancel command).
+  void CancelNoWait();
 
   // Installs another results block (owning thread, status 0 only).
   void ReplaceData(VLSegmentDataPtr data);
