@@ -1,11 +1,16 @@
 // Profile building. The raw scan is the tracker's hottest loop: every mask
-// pixel is compared with (2Q+1) squared positions. It therefore runs on
-// planar copies of the second picture (one contiguous float run per channel,
-// so that a window row is one linear walk with no branch), with the metric
-// and the colour source chosen once by template. Results must equal the
-// plain pixel-by-pixel scan bit for bit: every profile cell receives its
-// terms in the same order (pixels in row order), and each term is computed
-// the same way.
+// pixel is compared with (2Q+1) squared positions. Results must equal the
+// plain pixel-by-pixel scan bit for bit.
+//
+// Two routes give them. The byte route (profile_kernels.h) serves the
+// tracker's own case, byte-valued frames with the pixel's colour and the
+// plain metric: its sums are exact integers, so it walks segment by segment
+// and sums in any order. Every other case takes the double scan below: it
+// runs on planar copies of the second picture (one contiguous float run per
+// channel, so that a window row is one linear walk with no branch), with the
+// metric and the colour source chosen once by template, and every profile
+// cell receives its terms in the same order as the plain scan (pixels in row
+// order), each computed the same way.
 #include "tracking/matching_profile.h"
 
 #include <algorithm>
@@ -14,6 +19,8 @@
 #include <cstring>
 #include <stdexcept>
 #include <thread>
+
+#include "tracking/profile_kernels.h"
 
 namespace tracking {
 
@@ -212,19 +219,136 @@ ScanFn PickScan(unsigned metric, bool mean_colour) {
   return (wide ? avx2 : baseline)[metric][mean_colour ? 1 : 0];
 }
 
-// Runs fn(first, end) over two halves of the segments at once. Each profile
-// is written by the thread that owns its segment only, and every cell keeps
-// the order of its terms, so the results are those of one thread. Small
-// grids are not worth a thread.
+// Runs fn(first, end) over the segments 0..split-1 and split..count-1 at
+// once. Each profile is written by the thread that owns its segment only,
+// and every cell keeps the order of its terms, so the results are those of
+// one thread. Small jobs are not worth a thread.
 template <class Fn>
-void ForSegmentHalves(size_t count, uint64_t work, const Fn& fn) {
-  const int32_t n = int32_t(count);
+void ForSegmentHalves(size_t count, size_t split, uint64_t work, const Fn& fn) {
+  const int32_t n = int32_t(count), m = int32_t(std::min(split, count));
   if (work < 1000000 || count < 2 || std::thread::hardware_concurrency() < 2) {
     fn(0, n);
     return;
   }
-  std::jthread helper([&] { fn(n / 2, n); });
-  fn(0, n / 2);
+  std::jthread helper([&] { fn(m, n); });
+  fn(0, m);
+}
+
+detail::Isa PickIsa() {
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  static const bool has_avx512 =
+      __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+  if (baseline_only.load(std::memory_order_relaxed)) return detail::Isa::Baseline;
+  return has_avx512 ? detail::Isa::Avx512 : has_avx2 ? detail::Isa::Avx2 : detail::Isa::Baseline;
+}
+
+// One flag per segment: whether this call builds its profile.
+std::vector<char> ScanFlags(const Segmentation& seg, bool active_only) {
+  std::vector<char> scan(seg.segments.size(), 1);
+  if (active_only)
+    for (size_t s = 0; s < scan.size(); ++s) scan[s] = seg.segments[s].active ? 1 : 0;
+  return scan;
+}
+
+// Prepares the byte route of a scan of radius q. False, and the double scan
+// must run, unless both pictures hold bytes where the scan reads and every
+// segment is small enough for 32-bit sums. Positions must be valid.
+bool PrepareByteScan(const Segmentation& seg,
+                     const img::float_image& first,
+                     const img::float_image& second,
+                     int32_t q,
+                     const std::vector<char>& scan,
+                     detail::ByteWindow& window,
+                     detail::BytePixels& pixels) {
+  const int64_t h = seg.height;
+  int64_t row_lo = h, row_hi = -1, col_lo = INT64_MAX, col_hi = -1;
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    if (!scan[s]) continue;
+    const GridSegment& g = seg.segments[s];
+    if (g.pixels > detail::kMaxBytePixels) return false;
+    row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - q);
+    row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + q);
+    col_lo = std::min<int64_t>(col_lo, int64_t(g.left) + g.shift_x - q);
+    col_hi = std::max<int64_t>(col_hi, int64_t(g.right) - 1 + g.shift_x + q);
+  }
+  row_lo = std::max<int64_t>(row_lo, 0);
+  row_hi = std::min<int64_t>(row_hi, h - 1);
+  // A window row starts at a column below the height and is 2q+1 long.
+  col_lo = std::max<int64_t>(col_lo, 0);
+  col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
+  if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
+  return detail::GatherBytePixels(seg, first, scan, pixels) &&
+         detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, window);
+}
+
+// The first segment of the second half, so that both halves have about as
+// many pixels.
+size_t BalancedSplit(const detail::BytePixels& pixels) {
+  const size_t n = pixels.start.size() - 1;
+  const uint32_t half = pixels.start[n] / 2;
+  return size_t(std::lower_bound(pixels.start.begin(), pixels.start.end() - 1, half) -
+                pixels.start.begin());
+}
+
+// The double scan: each cell's terms in the order of the plain scan.
+void RawDouble(Segmentation& seg,
+               const img::float_image& first,
+               const img::float_image& second,
+               int32_t radius,
+               const ProfileParams& params,
+               bool active_only) {
+  ScanSetup su;
+  su.q = radius;
+  su.size = 2 * radius + 1;
+  su.w = seg.width;
+  su.h = seg.height;
+
+  // The rows the windows can reach, so that only they are copied.
+  seg.positions();
+  int64_t row_lo = su.h, row_hi = -1;
+  for (const GridSegment& g : seg.segments) {
+    row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - radius);
+    row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + radius);
+  }
+  row_lo = std::max<int64_t>(row_lo, 0);
+  row_hi = std::min<int64_t>(row_hi, su.h - 1);
+  // A window row starts at column bx < height and is at most 2Q+1 long.
+  const Planes planes(second, row_lo * su.w,
+                      row_hi < row_lo ? row_lo * su.w : row_hi * su.w + su.h + 2 * radius + kLanes);
+
+  for (GridSegment& g : seg.segments) {
+    if (active_only && !g.active) continue;
+    g.profile.reset(su.size, su.size);
+    g.profile_counts.reset(su.size, su.size);
+    g.radius_x = g.radius_y = radius;
+  }
+  // The scan marks in each count row only where a run of cells ends; every
+  // run counts its cells 0..n-1, shifted left against the profile as the
+  // counts have always been kept, so a sum from the right gives the counts.
+  su.stride = su.size + kLanes - 1;
+  const size_t cells = size_t(su.size) * size_t(su.stride);
+  std::vector<double> sums(seg.segments.size() * cells, 0.0);
+  std::vector<double*> rows(seg.segments.size());
+  for (size_t s = 0; s < rows.size(); ++s) rows[s] = sums.data() + s * cells;
+  su.sums = rows.data();
+  const ScanFn scan = PickScan(params.metric, params.colour_source != 0);
+  ForSegmentHalves(
+      seg.segments.size(), seg.segments.size() / 2,
+      uint64_t(seg.width) * seg.height * su.size * su.size,
+      [&](int32_t lo, int32_t hi) { scan(seg, first, planes, su, active_only, lo, hi); });
+
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    GridSegment& g = seg.segments[s];
+    if (active_only && !g.active) continue;
+    for (int32_t j = 0; j < su.size; ++j) {
+      int32_t* counts = g.profile_counts.row(j);
+      double* prof = g.profile.row(j);
+      std::copy_n(rows[s] + size_t(j) * size_t(su.stride), su.size, prof);
+      for (int32_t k = su.size - 2; k >= 0; --k) counts[k] += counts[k + 1];
+      for (int32_t i = 0; i < su.size; ++i)
+        if (counts[i] != 0) prof[i] /= double(counts[i]);
+    }
+  }
 }
 
 }  // namespace
@@ -260,6 +384,7 @@ void ComputeStatistics(Segmentation& seg,
                        bool scaled) {
   CheckSize(seg, reference);
   if (seg.statistics_valid && seg.statistics_scaled == scaled) return;
+  seg.self_profiles = SelfProfileCache();  // measured with the old statistics
   for (GridSegment& g : seg.segments) {
     g.mean[0] = g.mean[1] = g.mean[2] = 0;
     g.variance = 0;
@@ -308,57 +433,22 @@ void RawProfiles(Segmentation& seg,
   CheckSize(seg, second);
   if (radius < 0 || radius > 10000) throw std::invalid_argument("search radius out of range");
   if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
-  ScanSetup su;
-  su.q = radius;
-  su.size = 2 * radius + 1;
-  su.w = seg.width;
-  su.h = seg.height;
-
-  // The rows the windows can reach, so that only they are copied.
   seg.positions();
-  int64_t row_lo = su.h, row_hi = -1;
-  for (const GridSegment& g : seg.segments) {
-    row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - radius);
-    row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + radius);
-  }
-  row_lo = std::max<int64_t>(row_lo, 0);
-  row_hi = std::min<int64_t>(row_hi, su.h - 1);
-  // A window row starts at column bx < height and is at most 2Q+1 long.
-  const Planes planes(second, row_lo * su.w,
-                      row_hi < row_lo ? row_lo * su.w : row_hi * su.w + su.h + 2 * radius + kLanes);
-
-  for (GridSegment& g : seg.segments) {
-    if (active_only && !g.active) continue;
-    g.profile.reset(su.size, su.size);
-    g.profile_counts.reset(su.size, su.size);
-    g.radius_x = g.radius_y = radius;
-  }
-  // The scan marks in each count row only where a run of cells ends; every
-  // run counts its cells 0..n-1, shifted left against the profile as the
-  // counts have always been kept, so a sum from the right gives the counts.
-  su.stride = su.size + kLanes - 1;
-  const size_t cells = size_t(su.size) * size_t(su.stride);
-  std::vector<double> sums(seg.segments.size() * cells, 0.0);
-  std::vector<double*> rows(seg.segments.size());
-  for (size_t s = 0; s < rows.size(); ++s) rows[s] = sums.data() + s * cells;
-  su.sums = rows.data();
-  const ScanFn scan = PickScan(params.metric, params.colour_source != 0);
-  ForSegmentHalves(
-      seg.segments.size(), uint64_t(seg.width) * seg.height * su.size * su.size,
-      [&](int32_t lo, int32_t hi) { scan(seg, first, planes, su, active_only, lo, hi); });
-
-  for (size_t s = 0; s < seg.segments.size(); ++s) {
-    GridSegment& g = seg.segments[s];
-    if (active_only && !g.active) continue;
-    for (int32_t j = 0; j < su.size; ++j) {
-      int32_t* counts = g.profile_counts.row(j);
-      double* prof = g.profile.row(j);
-      std::copy_n(rows[s] + size_t(j) * size_t(su.stride), su.size, prof);
-      for (int32_t k = su.size - 2; k >= 0; --k) counts[k] += counts[k + 1];
-      for (int32_t i = 0; i < su.size; ++i)
-        if (counts[i] != 0) prof[i] /= double(counts[i]);
+  if (params.colour_source == 0 && params.metric == 0) {
+    const std::vector<char> scan = ScanFlags(seg, active_only);
+    detail::ByteWindow window;
+    detail::BytePixels pixels;
+    if (PrepareByteScan(seg, first, second, radius, scan, window, pixels)) {
+      const detail::ByteScan job{&seg, &window, &pixels, &scan, radius, nullptr, 0};
+      const detail::Isa isa = PickIsa();
+      const uint64_t size = 2 * uint64_t(radius) + 1;
+      ForSegmentHalves(seg.segments.size(), BalancedSplit(pixels),
+                       uint64_t(pixels.pixels.size()) * size * size,
+                       [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
+      return;
     }
   }
+  RawDouble(seg, first, second, radius, params, active_only);
 }
 
 void BuildProfiles(Segmentation& seg,
@@ -378,53 +468,64 @@ void BuildProfiles(Segmentation& seg,
   }
 
   const int32_t R = params.radius, r = params.self_radius;
-  std::vector<std::pair<int32_t, int32_t>> shifts;
-  shifts.reserve(seg.segments.size());
-  for (GridSegment& g : seg.segments) {
-    shifts.emplace_back(g.shift_x, g.shift_y);
-    g.shift_x = g.shift_y = 0;
-  }
-  RawProfiles(seg, reference, reference, r, params, active_only);
-  std::vector<Raster<double>> self(seg.segments.size());
-  for (size_t s = 0; s < seg.segments.size(); ++s) {
-    GridSegment& g = seg.segments[s];
-    self[s] = std::move(g.profile);
-    g.shift_x = shifts[s].first;
-    g.shift_y = shifts[s].second;
-  }
+  if (R + r > 10000) throw std::invalid_argument("search radius out of range");
+  CheckSize(seg, target);
+  const std::vector<char> scan = ScanFlags(seg, active_only);
+  const detail::Isa isa = PickIsa();
 
-  RawProfiles(seg, reference, target, R + r, params, active_only);
-  const int32_t size = 2 * R + 1, ssize = 2 * r + 1;
-  const uint64_t work = uint64_t(seg.segments.size()) * size * size * ssize * ssize;
-  ForSegmentHalves(seg.segments.size(), work, [&](int32_t lo, int32_t hi) {
-    std::vector<double> acc(size_t(size), 0.0);
-    for (size_t s = size_t(lo); s < size_t(hi); ++s) {
-      GridSegment& g = seg.segments[s];
-      if (active_only && !g.active) continue;
-      g.profile_counts = Raster<int32_t>();
-      const Raster<double>& C = g.profile;
-      const Raster<double>& S = self[s];
-      Raster<double> out;
-      out.reset(size, size);
-      // Each cell sums its terms over (a, b) in row order of S; the loop over
-      // the cells is innermost so that it walks C linearly.
-      for (int32_t j = 0; j < size; ++j) {
-        std::fill(acc.begin(), acc.end(), 0.0);
-        for (int32_t a = 0; a < ssize; ++a) {
-          const double* srow = S.row(a);
-          for (int32_t b = 0; b < ssize; ++b) {
-            const double sv = srow[b];
-            const double* crow = C.row(j + a) + b;
-            for (int32_t i = 0; i < size; ++i) acc[size_t(i)] += std::fabs(crow[i] - sv);
-          }
-        }
-        double* orow = out.row(j);
-        for (int32_t i = 0; i < size; ++i) orow[i] = -acc[size_t(i)];
-      }
-      g.profile = std::move(out);
-      g.radius_x = g.radius_y = R;
+  // The self profiles: the reference against itself with no shift.
+  SelfProfileCache& cache = seg.self_profiles;
+  std::vector<Raster<double>> fresh;
+  const bool cached = !active_only && cache.valid && cache.image == &reference &&
+                      cache.colour_source == params.colour_source &&
+                      cache.metric == params.metric && cache.radius == r &&
+                      cache.profiles.size() == seg.segments.size();
+  if (!cached) {
+    std::vector<std::pair<int32_t, int32_t>> shifts;
+    shifts.reserve(seg.segments.size());
+    for (GridSegment& g : seg.segments) {
+      shifts.emplace_back(g.shift_x, g.shift_y);
+      g.shift_x = g.shift_y = 0;
     }
-  });
+    RawProfiles(seg, reference, reference, r, params, active_only);
+    fresh.resize(seg.segments.size());
+    for (size_t s = 0; s < seg.segments.size(); ++s) {
+      GridSegment& g = seg.segments[s];
+      fresh[s] = std::move(g.profile);
+      g.shift_x = shifts[s].first;
+      g.shift_y = shifts[s].second;
+    }
+    if (!active_only) {
+      cache.profiles = std::move(fresh);
+      cache.image = &reference;
+      cache.colour_source = params.colour_source;
+      cache.metric = params.metric;
+      cache.radius = r;
+      cache.valid = true;
+    }
+  }
+  const std::vector<Raster<double>>& self = active_only ? fresh : cache.profiles;
+
+  // The raw profiles C of radius R + r, each compared with its self profile
+  // as soon as it is done.
+  const uint64_t csize = 2 * uint64_t(R + r) + 1;
+  if (params.colour_source == 0 && params.metric == 0) {
+    detail::ByteWindow window;
+    detail::BytePixels pixels;
+    if (PrepareByteScan(seg, reference, target, R + r, scan, window, pixels)) {
+      const detail::ByteScan job{&seg, &window, &pixels, &scan, R + r, &self, r};
+      ForSegmentHalves(seg.segments.size(), BalancedSplit(pixels),
+                       uint64_t(pixels.pixels.size()) * csize * csize,
+                       [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
+      return;
+    }
+  }
+  RawDouble(seg, reference, target, R + r, params, active_only);
+  const uint64_t size = 2 * uint64_t(R) + 1, ssize = 2 * uint64_t(r) + 1;
+  ForSegmentHalves(
+      seg.segments.size(), seg.segments.size() / 2,
+      uint64_t(seg.segments.size()) * size * size * ssize * ssize,
+      [&](int32_t lo, int32_t hi) { detail::CompareWithSelf(seg, self, R, r, scan, isa, lo, hi); });
 }
 
 }  // namespace tracking

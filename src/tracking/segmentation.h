@@ -58,6 +58,18 @@ struct GridSegment {
   int32_t shift_x = 0, shift_y = 0;    // expected displacement from the starting motion
 };
 
+// The self profiles of the self-compared profile mode. They depend only on
+// the reference picture, the pieces and the pieces' statistics, so they are
+// measured once and kept across target frames. Recomputing the statistics
+// drops them, and create() forces that.
+struct SelfProfileCache {
+  bool valid = false;
+  const img::float_image* image = nullptr;  // the reference they were measured on
+  unsigned colour_source = 0, metric = 0;
+  int32_t radius = 0;
+  std::vector<Raster<double>> profiles;  // one per segment
+};
+
 class Segmentation {
  public:
   std::map<SegmentColour, size_t> index;  // colour to position in `segments`
@@ -67,6 +79,7 @@ class Segmentation {
   uint32_t width = 0, height = 0;
   const img::float_image* image = nullptr;  // the reference frame, not owned
   bool positions_valid = false, statistics_valid = false, statistics_scaled = false;
+  SelfProfileCache self_profiles;
 
   // Cuts `mask` into pieces of about `block_size` squared pixels whose grid
   // is moved left and up by `grid_offset`, merges the small ones and leaves

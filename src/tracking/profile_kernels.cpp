@@ -1,0 +1,470 @@
+// Instruction-set variants of the profile loops. Each variant is one entry
+// function with the target attribute and `flatten`: the shared templates
+// below are inlined into it and compiled for its instruction set, so the
+// intrinsics of the kernels inline as well. Helpers that are not always
+// inlined (as at -O0) take no vector arguments, so their calling convention
+// does not depend on the instruction set.
+#include "tracking/profile_kernels.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace tracking::detail {
+
+namespace {
+
+// One pixel of a segment's scan: where row 0 of its window starts in the
+// planes, its colour, and which part of the window lies in the picture.
+struct RunPixel {
+  int64_t at;      // plane index of window row 0, cell i0
+  int32_t bg, r;   // packed colour, see BytePixel
+  int32_t i0, n;   // first cell and number of cells of each window row
+  int32_t j0, j1;  // window rows j0 <= j < j1 lie in the picture
+};
+
+// The kernels: Term is the byte route's metric for kPixels consecutive plane
+// pixels; Sum adds it over all pixels of a run at one window offset into
+// kPixels cells; Add adds one window row of one pixel into n cells, the
+// lanes past n left out.
+struct Sse2Kernel {
+  static constexpr int32_t kPixels = 4;
+
+  [[gnu::target("sse2")]] static inline __m128i Term(
+      const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
+    __m128i u1, u2;
+    std::memcpy(&u1, bg + 2 * k, sizeof u1);
+    std::memcpy(&u2, r0 + 2 * k, sizeof u2);
+    const __m128i d1 = _mm_sub_epi16(u1, _mm_set1_epi32(vbg));
+    const __m128i d2 = _mm_sub_epi16(u2, _mm_set1_epi32(vr));
+    return _mm_add_epi32(_mm_madd_epi16(d1, d1), _mm_madd_epi16(d2, d2));
+  }
+  [[gnu::target("sse2")]] static inline void Sum(const RunPixel* px,
+                                                 size_t count,
+                                                 const int16_t* bg,
+                                                 const int16_t* r0,
+                                                 int64_t offset,
+                                                 int32_t* out) {
+    __m128i s0 = _mm_setzero_si128(), s1 = _mm_setzero_si128();
+    size_t p = 0;
+    for (; p + 2 <= count; p += 2) {
+      s0 = _mm_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+      s1 = _mm_add_epi32(s1, Term(bg, r0, px[p + 1].at + offset, px[p + 1].bg, px[p + 1].r));
+    }
+    if (p < count) s0 = _mm_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+    const __m128i s = _mm_add_epi32(s0, s1);
+    std::memcpy(out, &s, sizeof s);
+  }
+  [[gnu::target("sse2")]] static inline void Add(int32_t* acc,
+                                                 const int16_t* bg,
+                                                 const int16_t* r0,
+                                                 int64_t k,
+                                                 int32_t n,
+                                                 int32_t vbg,
+                                                 int32_t vr) {
+    const __m128i lane = _mm_setr_epi32(0, 1, 2, 3);
+    for (int32_t c = 0; c < n; c += kPixels) {
+      const __m128i keep = _mm_cmpgt_epi32(_mm_set1_epi32(n - c), lane);
+      const __m128i e = _mm_and_si128(Term(bg, r0, k + c, vbg, vr), keep);
+      __m128i a;
+      std::memcpy(&a, acc + c, sizeof a);
+      a = _mm_add_epi32(a, e);
+      std::memcpy(acc + c, &a, sizeof a);
+    }
+  }
+};
+
+struct Avx2Kernel {
+  static constexpr int32_t kPixels = 8;
+
+  [[gnu::target("avx2")]] static inline __m256i Term(
+      const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
+    const __m256i u1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bg + 2 * k));
+    const __m256i u2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r0 + 2 * k));
+    const __m256i d1 = _mm256_sub_epi16(u1, _mm256_set1_epi32(vbg));
+    const __m256i d2 = _mm256_sub_epi16(u2, _mm256_set1_epi32(vr));
+    return _mm256_add_epi32(_mm256_madd_epi16(d1, d1), _mm256_madd_epi16(d2, d2));
+  }
+  [[gnu::target("avx2")]] static inline void Sum(const RunPixel* px,
+                                                 size_t count,
+                                                 const int16_t* bg,
+                                                 const int16_t* r0,
+                                                 int64_t offset,
+                                                 int32_t* out) {
+    __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
+    size_t p = 0;
+    for (; p + 2 <= count; p += 2) {
+      s0 = _mm256_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+      s1 = _mm256_add_epi32(s1, Term(bg, r0, px[p + 1].at + offset, px[p + 1].bg, px[p + 1].r));
+    }
+    if (p < count) s0 = _mm256_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_add_epi32(s0, s1));
+  }
+  [[gnu::target("avx2")]] static inline void Add(int32_t* acc,
+                                                 const int16_t* bg,
+                                                 const int16_t* r0,
+                                                 int64_t k,
+                                                 int32_t n,
+                                                 int32_t vbg,
+                                                 int32_t vr) {
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    for (int32_t c = 0; c < n; c += kPixels) {
+      const __m256i keep = _mm256_cmpgt_epi32(_mm256_set1_epi32(n - c), lane);
+      const __m256i e = _mm256_and_si256(Term(bg, r0, k + c, vbg, vr), keep);
+      __m256i* a = reinterpret_cast<__m256i*>(acc + c);
+      _mm256_storeu_si256(a, _mm256_add_epi32(_mm256_loadu_si256(a), e));
+    }
+  }
+};
+
+struct Avx512Kernel {
+  static constexpr int32_t kPixels = 16;
+
+  [[gnu::target("avx512f,avx512bw")]] static inline __m512i Term(
+      const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
+    const __m512i u1 = _mm512_loadu_si512(bg + 2 * k);
+    const __m512i u2 = _mm512_loadu_si512(r0 + 2 * k);
+    const __m512i d1 = _mm512_sub_epi16(u1, _mm512_set1_epi32(vbg));
+    const __m512i d2 = _mm512_sub_epi16(u2, _mm512_set1_epi32(vr));
+    return _mm512_add_epi32(_mm512_madd_epi16(d1, d1), _mm512_madd_epi16(d2, d2));
+  }
+  [[gnu::target("avx512f,avx512bw")]] static inline void Sum(const RunPixel* px,
+                                                             size_t count,
+                                                             const int16_t* bg,
+                                                             const int16_t* r0,
+                                                             int64_t offset,
+                                                             int32_t* out) {
+    __m512i s0 = _mm512_setzero_si512(), s1 = _mm512_setzero_si512();
+    size_t p = 0;
+    for (; p + 2 <= count; p += 2) {
+      s0 = _mm512_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+      s1 = _mm512_add_epi32(s1, Term(bg, r0, px[p + 1].at + offset, px[p + 1].bg, px[p + 1].r));
+    }
+    if (p < count) s0 = _mm512_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
+    _mm512_storeu_si512(out, _mm512_add_epi32(s0, s1));
+  }
+  [[gnu::target("avx512f,avx512bw")]] static inline void Add(int32_t* acc,
+                                                             const int16_t* bg,
+                                                             const int16_t* r0,
+                                                             int64_t k,
+                                                             int32_t n,
+                                                             int32_t vbg,
+                                                             int32_t vr) {
+    for (int32_t c = 0; c < n; c += kPixels) {
+      const __mmask16 keep = n - c >= kPixels ? __mmask16(0xFFFF) : __mmask16((1u << (n - c)) - 1);
+      const __m512i a = _mm512_loadu_si512(acc + c);
+      _mm512_storeu_si512(acc + c, _mm512_mask_add_epi32(a, keep, a, Term(bg, r0, k + c, vbg, vr)));
+    }
+  }
+};
+
+using Doubles = double __attribute__((vector_size(32)));
+using Bits = int64_t __attribute__((vector_size(32)));
+constexpr int32_t kDoubles = 4;
+
+// Mode 1's comparison of one segment: out(i, j) = minus the sum over (a, b)
+// in row order of |C(i + b, j + a) - S(b, a)|, as a plain loop would add
+// them. `c` has rows of `cs` cells with room for the last group's
+// over-reach. The whole profile is the accumulator, so that consecutive
+// additions to one cell lie a full sweep apart.
+inline void SelfCompare(const double* c,
+                        int64_t cs,
+                        const Raster<double>& self,
+                        int32_t R,
+                        std::vector<double>& acc,
+                        Raster<double>& out) {
+  const int32_t size = 2 * R + 1, ss = self.width;
+  const int32_t cw = (size + kDoubles - 1) / kDoubles * kDoubles;
+  const Bits magnitude = {INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX};
+  acc.assign(size_t(size) * size_t(cw), 0.0);
+  for (int32_t a = 0; a < ss; ++a) {
+    const double* srow = self.row(a);
+    for (int32_t b = 0; b < ss; ++b) {
+      const Doubles sv = {srow[b], srow[b], srow[b], srow[b]};
+      for (int32_t j = 0; j < size; ++j) {
+        const double* crow = c + (j + a) * cs + b;
+        double* arow = acc.data() + size_t(j) * size_t(cw);
+        for (int32_t k = 0; k < cw; k += kDoubles) {
+          Doubles x, t;
+          std::memcpy(&x, crow + k, sizeof x);
+          std::memcpy(&t, arow + k, sizeof t);
+          t += Doubles(Bits(x - sv) & magnitude);  // std::fabs
+          std::memcpy(arow + k, &t, sizeof t);
+        }
+      }
+    }
+  }
+  out.reset(size, size);
+  for (int32_t j = 0; j < size; ++j)
+    for (int32_t i = 0; i < size; ++i) out.at(i, j) = -acc[size_t(j) * size_t(cw) + size_t(i)];
+}
+
+struct Scratch {
+  std::vector<RunPixel> run;
+  std::vector<int32_t> sums;
+  std::vector<double> c, acc;
+};
+
+template <class K>
+inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
+  Segmentation& seg = *job.seg;
+  GridSegment& g = seg.segments[s];
+  const ByteWindow& win = *job.window;
+  const int32_t q = job.q, size = 2 * q + 1;
+  const int64_t w = seg.width, h = seg.height;
+  // Room behind each row of sums for the last vector's over-reach.
+  const int32_t stride = size + K::kPixels - 1;
+  sc.sums.assign(size_t(size) * size_t(stride), 0);
+  g.profile_counts.reset(size, size);
+
+  // The same selection and clipping as the double scan, pixel by pixel.
+  sc.run.clear();
+  bool whole = true;
+  const BytePixels& list = *job.pixels;
+  for (uint32_t k = list.start[s]; k < list.start[s + 1]; ++k) {
+    const BytePixel& p = list.pixels[k];
+    const int64_t bx = int64_t(g.shift_x) - q + p.x;
+    if (bx < 0 || bx >= h) continue;  // the height, not the width, as the tracker always did
+    const int32_t i0 = int32_t(std::max<int64_t>(0, q - p.x));
+    const int32_t i1 = int32_t(std::min<int64_t>(size, w - (p.x - q)));
+    if (i1 <= i0) continue;
+    const int64_t row = int64_t(g.shift_y) - q + p.y;  // of window row 0
+    const int32_t j0 = int32_t(std::clamp<int64_t>(-row, 0, size));
+    const int32_t j1 = int32_t(std::clamp<int64_t>(h - row, 0, size));
+    if (j1 <= j0) continue;
+    sc.run.push_back({win.index(row, bx + i0), p.bg, p.r, i0, i1 - i0, j0, j1});
+    whole = whole && i0 == 0 && i1 == size && j0 == 0 && j1 == size;
+    for (int32_t j = j0; j < j1; ++j) ++g.profile_counts.row(j)[i1 - i0 - 1];
+  }
+
+  const int16_t* bg = win.bg.data();
+  const int16_t* r0 = win.r0.data();
+  if (whole) {
+    // Every pixel covers the whole window: each group of cells is summed
+    // over the pixels in registers and stored once.
+    for (int32_t j = 0; j < size; ++j)
+      for (int32_t i = 0; i < size; i += K::kPixels)
+        K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i,
+               sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
+  } else {
+    for (const RunPixel& p : sc.run)
+      for (int32_t j = p.j0; j < p.j1; ++j)
+        K::Add(sc.sums.data() + size_t(j) * size_t(stride) + size_t(p.i0), bg, r0,
+               p.at + j * win.stride, p.n, p.bg, p.r);
+  }
+
+  // Counts were marked where a run of cells ends; a sum from the right
+  // gives them, shifted left against the profile as they have always been.
+  for (int32_t j = 0; j < size; ++j) {
+    int32_t* counts = g.profile_counts.row(j);
+    for (int32_t k = size - 2; k >= 0; --k) counts[k] += counts[k + 1];
+  }
+  // A cell is 0.0 minus its terms, then divided by its count unless 0: with
+  // exact terms that is minus the integer sum, divided.
+  auto cell = [&](int32_t i, int32_t j) {
+    const double v = double(-sc.sums[size_t(j) * size_t(stride) + size_t(i)]);
+    const int32_t n = g.profile_counts.at(i, j);
+    return n != 0 ? v / double(n) : v;
+  };
+  if (!job.self) {
+    g.profile.reset(size, size);
+    for (int32_t j = 0; j < size; ++j)
+      for (int32_t i = 0; i < size; ++i) g.profile.at(i, j) = cell(i, j);
+    g.radius_x = g.radius_y = q;
+    return;
+  }
+  const int64_t cs = size + kDoubles;
+  sc.c.assign(size_t(size) * size_t(cs), 0.0);
+  for (int32_t j = 0; j < size; ++j)
+    for (int32_t i = 0; i < size; ++i) sc.c[size_t(j * cs + i)] = cell(i, j);
+  const int32_t R = q - job.self_radius;
+  SelfCompare(sc.c.data(), cs, (*job.self)[s], R, sc.acc, g.profile);
+  g.profile_counts = Raster<int32_t>();
+  g.radius_x = g.radius_y = R;
+}
+
+template <class K>
+inline void ScanRange(const ByteScan& job, int32_t lo, int32_t hi) {
+  Scratch scratch;
+  for (int32_t s = lo; s < hi; ++s)
+    if ((*job.scan)[size_t(s)]) ScanSegment<K>(job, size_t(s), scratch);
+}
+
+void ScanBaseline(const ByteScan& job, int32_t lo, int32_t hi) {
+  ScanRange<Sse2Kernel>(job, lo, hi);
+}
+[[gnu::target("avx2"), gnu::flatten]] void ScanAvx2(const ByteScan& job, int32_t lo, int32_t hi) {
+  ScanRange<Avx2Kernel>(job, lo, hi);
+}
+[[gnu::target("avx2,avx512f,avx512bw"), gnu::flatten]] void ScanAvx512(const ByteScan& job,
+                                                                       int32_t lo,
+                                                                       int32_t hi) {
+  ScanRange<Avx512Kernel>(job, lo, hi);
+}
+
+inline void CompareRange(Segmentation& seg,
+                         const std::vector<Raster<double>>& self,
+                         int32_t R,
+                         int32_t r,
+                         const std::vector<char>& scan,
+                         int32_t lo,
+                         int32_t hi) {
+  const int32_t csize = 2 * (R + r) + 1;
+  const int64_t cs = csize + kDoubles;
+  std::vector<double> c(size_t(csize) * size_t(cs), 0.0), acc;
+  for (int32_t s = lo; s < hi; ++s) {
+    if (!scan[size_t(s)]) continue;
+    GridSegment& g = seg.segments[size_t(s)];
+    for (int32_t j = 0; j < csize; ++j) std::copy_n(g.profile.row(j), csize, c.data() + j * cs);
+    SelfCompare(c.data(), cs, self[size_t(s)], R, acc, g.profile);
+    g.profile_counts = Raster<int32_t>();
+    g.radius_x = g.radius_y = R;
+  }
+}
+
+void CompareBaseline(Segmentation& seg,
+                     const std::vector<Raster<double>>& self,
+                     int32_t R,
+                     int32_t r,
+                     const std::vector<char>& scan,
+                     int32_t lo,
+                     int32_t hi) {
+  CompareRange(seg, self, R, r, scan, lo, hi);
+}
+[[gnu::target("avx2"), gnu::flatten]] void CompareAvx2(Segmentation& seg,
+                                                       const std::vector<Raster<double>>& self,
+                                                       int32_t R,
+                                                       int32_t r,
+                                                       const std::vector<char>& scan,
+                                                       int32_t lo,
+                                                       int32_t hi) {
+  CompareRange(seg, self, R, r, scan, lo, hi);
+}
+
+bool IsByte(float v) {
+  return v >= 0.0f && v <= 255.0f && float(int32_t(v)) == v;
+}
+
+// Copies n pixels; false at the first value that is not a byte.
+bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0) {
+  for (int64_t k = 0; k < n; ++k, p += 4) {
+    if (!IsByte(p[0]) || !IsByte(p[1]) || !IsByte(p[2])) return false;
+    bg[2 * k] = int16_t(p[0]);
+    bg[2 * k + 1] = int16_t(p[1]);
+    r0[2 * k] = int16_t(p[2]);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool BuildByteWindow(const img::float_image& im,
+                     int64_t row_lo,
+                     int64_t row_hi,
+                     int64_t col_lo,
+                     int64_t col_hi,
+                     ByteWindow& out) {
+  constexpr int64_t kMargin = Avx512Kernel::kPixels;
+  const int64_t w = im.width, h = im.height;
+  out.row0 = row_lo;
+  int64_t count;
+  if (row_hi < row_lo) {
+    out.col0 = 0;
+    out.stride = 1;
+    count = kMargin;
+  } else if (col_hi >= w) {
+    out.col0 = 0;
+    out.stride = w;
+    count = (row_hi - row_lo) * w + col_hi + 1 + kMargin;
+  } else {
+    out.col0 = col_lo;
+    out.stride = col_hi - col_lo + 1;
+    count = (row_hi - row_lo + 1) * out.stride + kMargin;
+  }
+  out.bg.assign(size_t(2 * count), 0);
+  out.r0.assign(size_t(2 * count), 0);
+  if (row_hi < row_lo) return true;
+  if (out.stride == w && out.col0 == 0) {
+    // Linear: rows continue into the next, zeros past the picture's end.
+    const int64_t end = std::min(row_lo * w + count, w * h);
+    for (int64_t k = row_lo * w, y = row_lo; k < end; ++y) {
+      const int64_t n = std::min(w, end - k);
+      const int64_t at = k - row_lo * w;
+      if (!CopyBytes(img::pixel(im, 0, uint32_t(y)), n, out.bg.data() + 2 * at,
+                     out.r0.data() + 2 * at))
+        return false;
+      k += n;
+    }
+    return true;
+  }
+  for (int64_t y = row_lo; y <= row_hi; ++y) {
+    const int64_t at = (y - row_lo) * out.stride;
+    if (!CopyBytes(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride,
+                   out.bg.data() + 2 * at, out.r0.data() + 2 * at))
+      return false;
+  }
+  return true;
+}
+
+bool GatherBytePixels(const Segmentation& seg,
+                      const img::float_image& first,
+                      const std::vector<char>& scan,
+                      BytePixels& out) {
+  const size_t n = seg.segments.size();
+  int64_t x0 = seg.width, y0 = seg.height, x1 = 0, y1 = 0;
+  for (size_t s = 0; s < n; ++s) {
+    if (!scan[s]) continue;
+    const GridSegment& g = seg.segments[s];
+    x0 = std::min<int64_t>(x0, g.left);
+    y0 = std::min<int64_t>(y0, g.top);
+    x1 = std::max<int64_t>(x1, g.right);
+    y1 = std::max<int64_t>(y1, g.bottom);
+  }
+  out.start.assign(n + 1, 0);
+  for (int64_t y = y0; y < y1; ++y)
+    for (int64_t x = x0; x < x1; ++x) {
+      const int32_t l = seg.label(uint32_t(x), uint32_t(y));
+      if (l >= 0 && scan[size_t(l)]) ++out.start[size_t(l) + 1];
+    }
+  for (size_t s = 0; s < n; ++s) out.start[s + 1] += out.start[s];
+  out.pixels.resize(out.start[n]);
+  std::vector<uint32_t> next(out.start.begin(), out.start.end() - 1);
+  for (int64_t y = y0; y < y1; ++y)
+    for (int64_t x = x0; x < x1; ++x) {
+      const int32_t l = seg.label(uint32_t(x), uint32_t(y));
+      if (l < 0 || !scan[size_t(l)]) continue;
+      const float* p = img::pixel(first, uint32_t(x), uint32_t(y));
+      if (!IsByte(p[0]) || !IsByte(p[1]) || !IsByte(p[2])) return false;
+      out.pixels[next[size_t(l)]++] = {int32_t(x), int32_t(y), int32_t(p[0]) | int32_t(p[1]) << 16,
+                                       int32_t(p[2])};
+    }
+  return true;
+}
+
+void RunByteScan(const ByteScan& job, Isa isa, int32_t lo, int32_t hi) {
+  switch (isa) {
+    case Isa::Avx512:
+      return ScanAvx512(job, lo, hi);
+    case Isa::Avx2:
+      return ScanAvx2(job, lo, hi);
+    case Isa::Baseline:
+      return ScanBaseline(job, lo, hi);
+  }
+}
+
+void CompareWithSelf(Segmentation& seg,
+                     const std::vector<Raster<double>>& self,
+                     int32_t R,
+                     int32_t r,
+                     const std::vector<char>& scan,
+                     Isa isa,
+                     int32_t lo,
+                     int32_t hi) {
+  if (isa == Isa::Baseline)
+    CompareBaseline(seg, self, R, r, scan, lo, hi);
+  else
+    CompareAvx2(seg, self, R, r, scan, lo, hi);
+}
+
+}  // namespace tracking::detail
