@@ -239,6 +239,7 @@ detail::Isa PickIsa() {
   static const bool has_avx512 =
       __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
   if (baseline_only.load(std::memory_order_relaxed)) return detail::Isa::Baseline;
+  if (getenv("VL_AVX2")) return detail::Isa::Avx2;
   return has_avx512 ? detail::Isa::Avx512 : has_avx2 ? detail::Isa::Avx2 : detail::Isa::Baseline;
 }
 
@@ -250,22 +251,36 @@ std::vector<char> ScanFlags(const Segmentation& seg, bool active_only) {
   return scan;
 }
 
-// Prepares the byte route of a scan of radius q. False, and the double scan
-// must run, unless both pictures hold bytes where the scan reads and every
-// segment is small enough for 32-bit sums. Positions must be valid.
-bool PrepareByteScan(const Segmentation& seg,
-                     const img::float_image& first,
-                     const img::float_image& second,
-                     int32_t q,
-                     const std::vector<char>& scan,
-                     detail::ByteWindow& window,
-                     detail::BytePixels& pixels) {
+// Whether every scanned segment is small enough for the byte route's 32-bit
+// sums.
+bool SegmentsFitBytes(const Segmentation& seg, const std::vector<char>& scan) {
+  for (size_t s = 0; s < seg.segments.size(); ++s)
+    if (scan[s] && seg.segments[s].pixels > detail::kMaxBytePixels) return false;
+  return true;
+}
+
+// The reference pixels of the byte route, kept by the cache or gathered for
+// one call.
+struct PixelLists {
+  const std::vector<uint32_t>* start = nullptr;
+  const std::vector<ReferencePixel>* pixels = nullptr;
+};
+
+// The byte route of a scan of radius q against `second`, with `self` as in
+// detail::ByteScan. False, with nothing changed, when `second` holds a
+// value other than a byte where the windows reach. Positions must be valid.
+bool ByteRoute(Segmentation& seg,
+               const img::float_image& second,
+               int32_t q,
+               const std::vector<char>& scan,
+               const PixelLists& lists,
+               const std::vector<Raster<double>>* self,
+               int32_t self_radius) {
   const int64_t h = seg.height;
   int64_t row_lo = h, row_hi = -1, col_lo = INT64_MAX, col_hi = -1;
   for (size_t s = 0; s < seg.segments.size(); ++s) {
     if (!scan[s]) continue;
     const GridSegment& g = seg.segments[s];
-    if (g.pixels > detail::kMaxBytePixels) return false;
     row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - q);
     row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + q);
     col_lo = std::min<int64_t>(col_lo, int64_t(g.left) + g.shift_x - q);
@@ -277,17 +292,21 @@ bool PrepareByteScan(const Segmentation& seg,
   col_lo = std::max<int64_t>(col_lo, 0);
   col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
   if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
-  return detail::GatherBytePixels(seg, first, scan, pixels) &&
-         detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, window);
-}
+  detail::ByteWindow window;
+  if (!detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, window)) return false;
 
-// The first segment of the second half, so that both halves have about as
-// many pixels.
-size_t BalancedSplit(const detail::BytePixels& pixels) {
-  const size_t n = pixels.start.size() - 1;
-  const uint32_t half = pixels.start[n] / 2;
-  return size_t(std::lower_bound(pixels.start.begin(), pixels.start.end() - 1, half) -
-                pixels.start.begin());
+  const std::vector<uint32_t>& start = *lists.start;
+  const detail::ByteScan job{&seg,  &window, start.data(), lists.pixels->data(),
+                             &scan, q,       self,         self_radius};
+  const detail::Isa isa = PickIsa();
+  // Split where both halves have about as many pixels.
+  const uint32_t total = start.back();
+  const size_t split =
+      size_t(std::lower_bound(start.begin(), start.end() - 1, total / 2) - start.begin());
+  const uint64_t size = 2 * uint64_t(q) + 1;
+  ForSegmentHalves(seg.segments.size(), split, total * size * size,
+                   [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
+  return true;
 }
 
 // The double scan: each cell's terms in the order of the plain scan.
@@ -384,7 +403,7 @@ void ComputeStatistics(Segmentation& seg,
                        bool scaled) {
   CheckSize(seg, reference);
   if (seg.statistics_valid && seg.statistics_scaled == scaled) return;
-  seg.self_profiles = SelfProfileCache();  // measured with the old statistics
+  seg.profile_cache = ProfileCache();  // measured with the old statistics
   for (GridSegment& g : seg.segments) {
     g.mean[0] = g.mean[1] = g.mean[2] = 0;
     g.variance = 0;
@@ -434,19 +453,13 @@ void RawProfiles(Segmentation& seg,
   if (radius < 0 || radius > 10000) throw std::invalid_argument("search radius out of range");
   if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
   seg.positions();
-  if (params.colour_source == 0 && params.metric == 0) {
-    const std::vector<char> scan = ScanFlags(seg, active_only);
-    detail::ByteWindow window;
-    detail::BytePixels pixels;
-    if (PrepareByteScan(seg, first, second, radius, scan, window, pixels)) {
-      const detail::ByteScan job{&seg, &window, &pixels, &scan, radius, nullptr, 0};
-      const detail::Isa isa = PickIsa();
-      const uint64_t size = 2 * uint64_t(radius) + 1;
-      ForSegmentHalves(seg.segments.size(), BalancedSplit(pixels),
-                       uint64_t(pixels.pixels.size()) * size * size,
-                       [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
+  const std::vector<char> scan = ScanFlags(seg, active_only);
+  if (params.colour_source == 0 && params.metric == 0 && SegmentsFitBytes(seg, scan)) {
+    std::vector<uint32_t> start;
+    std::vector<ReferencePixel> pixels;
+    if (detail::GatherBytePixels(seg, first, scan, start, pixels) &&
+        ByteRoute(seg, second, radius, scan, {&start, &pixels}, nullptr, 0))
       return;
-    }
   }
   RawDouble(seg, first, second, radius, params, active_only);
 }
@@ -458,28 +471,53 @@ void BuildProfiles(Segmentation& seg,
   if (!seg.image) throw std::invalid_argument("segmentation without reference picture");
   if (params.mode != ProfileMode::Raw && params.mode != ProfileMode::SelfCompared)
     throw std::invalid_argument("profile modes with foreign segments are not built");
-  if (params.radius < 0 || params.self_radius < 0)
+  const int32_t R = params.radius, r = params.self_radius;
+  if (R < 0 || r < 0 || R > 10000 || r > 10000 ||
+      (params.mode != ProfileMode::Raw && R + r > 10000))
     throw std::invalid_argument("profile radius out of range");
+  if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
   const img::float_image& reference = *seg.image;
+  CheckSize(seg, target);
   ComputeStatistics(seg, reference, params.variance_scale, true);
+  seg.positions();
+  const std::vector<char> scan = ScanFlags(seg, active_only);
+
+  // The reference side of the byte route depends on the reference alone and
+  // is kept in the cache; a scan of some segments only gathers its own.
+  ProfileCache& cache = seg.profile_cache;
+  if (cache.reference != &reference) {
+    cache = ProfileCache();
+    cache.reference = &reference;
+  }
+  std::vector<uint32_t> own_start;
+  std::vector<ReferencePixel> own_pixels;
+  PixelLists lists;
+  bool bytes = params.colour_source == 0 && params.metric == 0 && SegmentsFitBytes(seg, scan);
+  if (bytes && active_only) {
+    bytes = detail::GatherBytePixels(seg, reference, scan, own_start, own_pixels);
+    lists = {&own_start, &own_pixels};
+  } else if (bytes) {
+    if (!cache.pixels_gathered) {
+      cache.reference_bytes =
+          detail::GatherBytePixels(seg, reference, scan, cache.pixel_start, cache.pixels);
+      cache.pixels_gathered = true;
+      if (!cache.reference_bytes) cache.pixels.clear();
+    }
+    bytes = cache.reference_bytes;
+    lists = {&cache.pixel_start, &cache.pixels};
+  }
+
   if (params.mode == ProfileMode::Raw) {
-    RawProfiles(seg, reference, target, params.radius, params, active_only);
+    if (!bytes || !ByteRoute(seg, target, R, scan, lists, nullptr, 0))
+      RawDouble(seg, reference, target, R, params, active_only);
     return;
   }
 
-  const int32_t R = params.radius, r = params.self_radius;
-  if (R + r > 10000) throw std::invalid_argument("search radius out of range");
-  CheckSize(seg, target);
-  const std::vector<char> scan = ScanFlags(seg, active_only);
-  const detail::Isa isa = PickIsa();
-
   // The self profiles: the reference against itself with no shift.
-  SelfProfileCache& cache = seg.self_profiles;
   std::vector<Raster<double>> fresh;
-  const bool cached = !active_only && cache.valid && cache.image == &reference &&
+  const bool cached = !active_only && cache.self_valid &&
                       cache.colour_source == params.colour_source &&
-                      cache.metric == params.metric && cache.radius == r &&
-                      cache.profiles.size() == seg.segments.size();
+                      cache.metric == params.metric && cache.self_radius == r;
   if (!cached) {
     std::vector<std::pair<int32_t, int32_t>> shifts;
     shifts.reserve(seg.segments.size());
@@ -487,7 +525,8 @@ void BuildProfiles(Segmentation& seg,
       shifts.emplace_back(g.shift_x, g.shift_y);
       g.shift_x = g.shift_y = 0;
     }
-    RawProfiles(seg, reference, reference, r, params, active_only);
+    if (!bytes || !ByteRoute(seg, reference, r, scan, lists, nullptr, 0))
+      RawDouble(seg, reference, reference, r, params, active_only);
     fresh.resize(seg.segments.size());
     for (size_t s = 0; s < seg.segments.size(); ++s) {
       GridSegment& g = seg.segments[s];
@@ -496,32 +535,21 @@ void BuildProfiles(Segmentation& seg,
       g.shift_y = shifts[s].second;
     }
     if (!active_only) {
-      cache.profiles = std::move(fresh);
-      cache.image = &reference;
+      cache.self = std::move(fresh);
       cache.colour_source = params.colour_source;
       cache.metric = params.metric;
-      cache.radius = r;
-      cache.valid = true;
+      cache.self_radius = r;
+      cache.self_valid = true;
     }
   }
-  const std::vector<Raster<double>>& self = active_only ? fresh : cache.profiles;
+  const std::vector<Raster<double>>& self = active_only ? fresh : cache.self;
 
   // The raw profiles C of radius R + r, each compared with its self profile
   // as soon as it is done.
-  const uint64_t csize = 2 * uint64_t(R + r) + 1;
-  if (params.colour_source == 0 && params.metric == 0) {
-    detail::ByteWindow window;
-    detail::BytePixels pixels;
-    if (PrepareByteScan(seg, reference, target, R + r, scan, window, pixels)) {
-      const detail::ByteScan job{&seg, &window, &pixels, &scan, R + r, &self, r};
-      ForSegmentHalves(seg.segments.size(), BalancedSplit(pixels),
-                       uint64_t(pixels.pixels.size()) * csize * csize,
-                       [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
-      return;
-    }
-  }
+  if (bytes && ByteRoute(seg, target, R + r, scan, lists, &self, r)) return;
   RawDouble(seg, reference, target, R + r, params, active_only);
   const uint64_t size = 2 * uint64_t(R) + 1, ssize = 2 * uint64_t(r) + 1;
+  const detail::Isa isa = PickIsa();
   ForSegmentHalves(
       seg.segments.size(), seg.segments.size() / 2,
       uint64_t(seg.segments.size()) * size * size * ssize * ssize,

@@ -19,7 +19,7 @@ namespace {
 // planes, its colour, and which part of the window lies in the picture.
 struct RunPixel {
   int64_t at;      // plane index of window row 0, cell i0
-  int32_t bg, r;   // packed colour, see BytePixel
+  int32_t bg, r;   // packed colour, see ReferencePixel
   int32_t i0, n;   // first cell and number of cells of each window row
   int32_t j0, j1;  // window rows j0 <= j < j1 lie in the picture
 };
@@ -163,20 +163,55 @@ using Doubles = double __attribute__((vector_size(32)));
 using Bits = int64_t __attribute__((vector_size(32)));
 constexpr int32_t kDoubles = 4;
 
+using Ints = int32_t __attribute__((vector_size(16)));
+
+const Bits kMagnitude = {INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX};  // & clears the sign: fabs
+
 // Mode 1's comparison of one segment: out(i, j) = minus the sum over (a, b)
-// in row order of |C(i + b, j + a) - S(b, a)|, as a plain loop would add
-// them. `c` has rows of `cs` cells with room for the last group's
-// over-reach. The whole profile is the accumulator, so that consecutive
-// additions to one cell lie a full sweep apart.
-inline void SelfCompare(const double* c,
+// in row order of |C(i + b, j + a) - S(b, a)|, as a plain loop adds them,
+// from 0.0. `c` has rows of `cs` cells with room for the last group's
+// over-reach. Rows*Chunks groups of cells are summed in registers at once,
+// which keeps enough additions in flight.
+template <int Chunks, int Rows>
+inline void CompareRows(
+    const double* c, int64_t cs, const Raster<double>& self, int32_t size, Raster<double>& out) {
+  const int32_t ss = self.width;
+  for (int32_t j = 0; j < size; j += Rows) {
+    Doubles acc[Rows][Chunks] = {};
+    for (int32_t a = 0; a < ss; ++a) {
+      const double* srow = self.row(a);
+      for (int32_t b = 0; b < ss; ++b) {
+        const Doubles sv = {srow[b], srow[b], srow[b], srow[b]};
+        for (int32_t row = 0; row < Rows; ++row) {
+          // Past the last row of the profile this reads rows of C that
+          // exist (C has 2r more) or the padding behind them; unused.
+          const double* crow = c + (j + row + a) * cs + b;
+          for (int32_t k = 0; k < Chunks; ++k) {
+            Doubles x;
+            std::memcpy(&x, crow + kDoubles * k, sizeof x);
+            acc[row][k] += Doubles(Bits(x - sv) & kMagnitude);
+          }
+        }
+      }
+    }
+    for (int32_t row = 0; row < Rows && j + row < size; ++row) {
+      double sums[Chunks * kDoubles];
+      std::memcpy(sums, acc[row], sizeof sums);
+      for (int32_t i = 0; i < size; ++i) out.at(i, j + row) = -sums[i];
+    }
+  }
+}
+
+// The same with the profile as accumulator, for profiles wider than the
+// register groups above.
+inline void CompareWide(const double* c,
                         int64_t cs,
                         const Raster<double>& self,
-                        int32_t R,
+                        int32_t size,
                         std::vector<double>& acc,
                         Raster<double>& out) {
-  const int32_t size = 2 * R + 1, ss = self.width;
+  const int32_t ss = self.width;
   const int32_t cw = (size + kDoubles - 1) / kDoubles * kDoubles;
-  const Bits magnitude = {INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX};
   acc.assign(size_t(size) * size_t(cw), 0.0);
   for (int32_t a = 0; a < ss; ++a) {
     const double* srow = self.row(a);
@@ -189,20 +224,69 @@ inline void SelfCompare(const double* c,
           Doubles x, t;
           std::memcpy(&x, crow + k, sizeof x);
           std::memcpy(&t, arow + k, sizeof t);
-          t += Doubles(Bits(x - sv) & magnitude);  // std::fabs
+          t += Doubles(Bits(x - sv) & kMagnitude);
           std::memcpy(arow + k, &t, sizeof t);
         }
       }
     }
   }
-  out.reset(size, size);
   for (int32_t j = 0; j < size; ++j)
     for (int32_t i = 0; i < size; ++i) out.at(i, j) = -acc[size_t(j) * size_t(cw) + size_t(i)];
 }
 
+// C needs `CompareRows`' over-reach: room for a group of cells behind each
+// row, and one spare row of padding for the paired rows.
+constexpr int64_t kComparePadding = kDoubles;
+
+inline void SelfCompare(const double* c,
+                        int64_t cs,
+                        const Raster<double>& self,
+                        int32_t R,
+                        std::vector<double>& acc,
+                        Raster<double>& out) {
+  const int32_t size = 2 * R + 1;
+  out.reset(size, size);
+  switch ((size + kDoubles - 1) / kDoubles) {
+    case 1:
+      return CompareRows<1, 2>(c, cs, self, size, out);
+    case 2:
+      return CompareRows<2, 2>(c, cs, self, size, out);
+    case 3:
+      return CompareRows<3, 2>(c, cs, self, size, out);
+    case 4:
+      return CompareRows<4, 2>(c, cs, self, size, out);
+    case 5:
+      return CompareRows<5, 1>(c, cs, self, size, out);
+    case 6:
+      return CompareRows<6, 1>(c, cs, self, size, out);
+    case 7:
+      return CompareRows<7, 1>(c, cs, self, size, out);
+    case 8:
+      return CompareRows<8, 1>(c, cs, self, size, out);
+    default:
+      return CompareWide(c, cs, self, size, acc, out);
+  }
+}
+
+// A profile row from exact sums: 0.0 minus the terms, divided by the count
+// unless that is 0 (here: by 1, which changes nothing). `sums` may be read
+// a group past `size`.
+inline void SumsToDoubles(const int32_t* sums, const int32_t* counts, int32_t size, double* out) {
+  int32_t i = 0;
+  for (; i + kDoubles <= size; i += kDoubles) {
+    Ints s, n;
+    std::memcpy(&s, sums + i, sizeof s);
+    std::memcpy(&n, counts + i, sizeof n);
+    const Doubles v = __builtin_convertvector(-s, Doubles) /
+                      __builtin_convertvector(n - (n == 0), Doubles);  // n == 0 is -1
+    std::memcpy(out + i, &v, sizeof v);
+  }
+  for (; i < size; ++i) out[i] = double(-sums[i]) / double(counts[i] != 0 ? counts[i] : 1);
+}
+
 struct Scratch {
   std::vector<RunPixel> run;
-  std::vector<int32_t> sums;
+  std::vector<int32_t> sums, marks;
   std::vector<double> c, acc;
 };
 
@@ -215,15 +299,18 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
   const int64_t w = seg.width, h = seg.height;
   // Room behind each row of sums for the last vector's over-reach.
   const int32_t stride = size + K::kPixels - 1;
-  sc.sums.assign(size_t(size) * size_t(stride), 0);
   g.profile_counts.reset(size, size);
 
   // The same selection and clipping as the double scan, pixel by pixel.
+  // A pixel marks the end of its run of n cells in each of its rows j0..j1-1
+  // of the counts; the marks are kept as differences along j, so that a
+  // pixel costs two of them, and pixels that cover the whole window only
+  // add to `whole`.
   sc.run.clear();
-  bool whole = true;
-  const BytePixels& list = *job.pixels;
-  for (uint32_t k = list.start[s]; k < list.start[s + 1]; ++k) {
-    const BytePixel& p = list.pixels[k];
+  sc.marks.assign(size_t(size + 1) * size_t(size), 0);
+  int32_t whole = 0;
+  for (uint32_t k = job.start[s]; k < job.start[s + 1]; ++k) {
+    const ReferencePixel& p = job.pixels[k];
     const int64_t bx = int64_t(g.shift_x) - q + p.x;
     if (bx < 0 || bx >= h) continue;  // the height, not the width, as the tracker always did
     const int32_t i0 = int32_t(std::max<int64_t>(0, q - p.x));
@@ -234,50 +321,64 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
     const int32_t j1 = int32_t(std::clamp<int64_t>(h - row, 0, size));
     if (j1 <= j0) continue;
     sc.run.push_back({win.index(row, bx + i0), p.bg, p.r, i0, i1 - i0, j0, j1});
-    whole = whole && i0 == 0 && i1 == size && j0 == 0 && j1 == size;
-    for (int32_t j = j0; j < j1; ++j) ++g.profile_counts.row(j)[i1 - i0 - 1];
+    if (i0 == 0 && i1 == size && j0 == 0 && j1 == size) {
+      ++whole;
+    } else {
+      ++sc.marks[size_t(j0) * size_t(size) + size_t(i1 - i0 - 1)];
+      --sc.marks[size_t(j1) * size_t(size) + size_t(i1 - i0 - 1)];
+    }
+  }
+  sc.marks[size_t(size - 1)] += whole;
+  sc.marks[size_t(size) * size_t(size) + size_t(size - 1)] -= whole;
+  // Counts: the marks summed down the rows, then from the right along each
+  // row, which leaves them shifted left against the profile as they have
+  // always been kept.
+  for (int32_t j = 0; j < size; ++j) {
+    int32_t* counts = g.profile_counts.row(j);
+    const int32_t* above = j ? g.profile_counts.row(j - 1) : nullptr;
+    const int32_t* marks = sc.marks.data() + size_t(j) * size_t(size);
+    int32_t right = 0;
+    for (int32_t i = size - 1; i >= 0; --i) {
+      right += marks[i];
+      counts[i] = right;
+    }
+    if (above)
+      for (int32_t i = 0; i < size; ++i) counts[i] += above[i];
   }
 
   const int16_t* bg = win.bg.data();
   const int16_t* r0 = win.r0.data();
-  if (whole) {
+  if (size_t(whole) == sc.run.size()) {
     // Every pixel covers the whole window: each group of cells is summed
     // over the pixels in registers and stored once.
+    sc.sums.resize(size_t(size) * size_t(stride));
     for (int32_t j = 0; j < size; ++j)
       for (int32_t i = 0; i < size; i += K::kPixels)
         K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i,
                sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
   } else {
+    sc.sums.assign(size_t(size) * size_t(stride), 0);
     for (const RunPixel& p : sc.run)
       for (int32_t j = p.j0; j < p.j1; ++j)
         K::Add(sc.sums.data() + size_t(j) * size_t(stride) + size_t(p.i0), bg, r0,
                p.at + j * win.stride, p.n, p.bg, p.r);
   }
 
-  // Counts were marked where a run of cells ends; a sum from the right
-  // gives them, shifted left against the profile as they have always been.
-  for (int32_t j = 0; j < size; ++j) {
-    int32_t* counts = g.profile_counts.row(j);
-    for (int32_t k = size - 2; k >= 0; --k) counts[k] += counts[k + 1];
-  }
-  // A cell is 0.0 minus its terms, then divided by its count unless 0: with
-  // exact terms that is minus the integer sum, divided.
-  auto cell = [&](int32_t i, int32_t j) {
-    const double v = double(-sc.sums[size_t(j) * size_t(stride) + size_t(i)]);
-    const int32_t n = g.profile_counts.at(i, j);
-    return n != 0 ? v / double(n) : v;
-  };
   if (!job.self) {
     g.profile.reset(size, size);
     for (int32_t j = 0; j < size; ++j)
-      for (int32_t i = 0; i < size; ++i) g.profile.at(i, j) = cell(i, j);
+      SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), g.profile_counts.row(j), size,
+                    g.profile.row(j));
     g.radius_x = g.radius_y = q;
     return;
   }
-  const int64_t cs = size + kDoubles;
-  sc.c.assign(size_t(size) * size_t(cs), 0.0);
+  // C with padding that stays zero: only the cells are ever written.
+  const int64_t cs = size + kComparePadding;
+  const size_t c_cells = size_t(size + 1) * size_t(cs);
+  if (sc.c.size() != c_cells) sc.c.assign(c_cells, 0.0);
   for (int32_t j = 0; j < size; ++j)
-    for (int32_t i = 0; i < size; ++i) sc.c[size_t(j * cs + i)] = cell(i, j);
+    SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), g.profile_counts.row(j), size,
+                  sc.c.data() + j * cs);
   const int32_t R = q - job.self_radius;
   SelfCompare(sc.c.data(), cs, (*job.self)[s], R, sc.acc, g.profile);
   g.profile_counts = Raster<int32_t>();
@@ -311,8 +412,8 @@ inline void CompareRange(Segmentation& seg,
                          int32_t lo,
                          int32_t hi) {
   const int32_t csize = 2 * (R + r) + 1;
-  const int64_t cs = csize + kDoubles;
-  std::vector<double> c(size_t(csize) * size_t(cs), 0.0), acc;
+  const int64_t cs = csize + kComparePadding;
+  std::vector<double> c(size_t(csize + 1) * size_t(cs), 0.0), acc;
   for (int32_t s = lo; s < hi; ++s) {
     if (!scan[size_t(s)]) continue;
     GridSegment& g = seg.segments[size_t(s)];
@@ -346,15 +447,22 @@ bool IsByte(float v) {
   return v >= 0.0f && v <= 255.0f && float(int32_t(v)) == v;
 }
 
-// Copies n pixels; false at the first value that is not a byte.
+// Copies n pixels; false if a value is not a byte. Branch-free, so that it
+// vectorises: a value outside 0..255 (or NaN) is clamped before the
+// conversion and then fails the comparison.
 bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0) {
-  for (int64_t k = 0; k < n; ++k, p += 4) {
-    if (!IsByte(p[0]) || !IsByte(p[1]) || !IsByte(p[2])) return false;
-    bg[2 * k] = int16_t(p[0]);
-    bg[2 * k + 1] = int16_t(p[1]);
-    r0[2 * k] = int16_t(p[2]);
+  auto clamp = [](float v) { return v >= 0.0f ? (v <= 255.0f ? v : 255.0f) : 0.0f; };
+  bool ok = true;
+  for (int64_t k = 0; k < n; ++k) {
+    const float b = p[4 * k], g = p[4 * k + 1], r = p[4 * k + 2];
+    const int32_t ib = int32_t(clamp(b)), ig = int32_t(clamp(g)), ir = int32_t(clamp(r));
+    ok &= (float(ib) == b) & (float(ig) == g) & (float(ir) == r);
+    bg[2 * k] = int16_t(ib);
+    bg[2 * k + 1] = int16_t(ig);
+    r0[2 * k] = int16_t(ir);
+    r0[2 * k + 1] = 0;
   }
-  return true;
+  return ok;
 }
 
 }  // namespace
@@ -410,7 +518,8 @@ bool BuildByteWindow(const img::float_image& im,
 bool GatherBytePixels(const Segmentation& seg,
                       const img::float_image& first,
                       const std::vector<char>& scan,
-                      BytePixels& out) {
+                      std::vector<uint32_t>& start,
+                      std::vector<ReferencePixel>& pixels) {
   const size_t n = seg.segments.size();
   int64_t x0 = seg.width, y0 = seg.height, x1 = 0, y1 = 0;
   for (size_t s = 0; s < n; ++s) {
@@ -421,23 +530,23 @@ bool GatherBytePixels(const Segmentation& seg,
     x1 = std::max<int64_t>(x1, g.right);
     y1 = std::max<int64_t>(y1, g.bottom);
   }
-  out.start.assign(n + 1, 0);
+  start.assign(n + 1, 0);
   for (int64_t y = y0; y < y1; ++y)
     for (int64_t x = x0; x < x1; ++x) {
       const int32_t l = seg.label(uint32_t(x), uint32_t(y));
-      if (l >= 0 && scan[size_t(l)]) ++out.start[size_t(l) + 1];
+      if (l >= 0 && scan[size_t(l)]) ++start[size_t(l) + 1];
     }
-  for (size_t s = 0; s < n; ++s) out.start[s + 1] += out.start[s];
-  out.pixels.resize(out.start[n]);
-  std::vector<uint32_t> next(out.start.begin(), out.start.end() - 1);
+  for (size_t s = 0; s < n; ++s) start[s + 1] += start[s];
+  pixels.resize(start[n]);
+  std::vector<uint32_t> next(start.begin(), start.end() - 1);
   for (int64_t y = y0; y < y1; ++y)
     for (int64_t x = x0; x < x1; ++x) {
       const int32_t l = seg.label(uint32_t(x), uint32_t(y));
       if (l < 0 || !scan[size_t(l)]) continue;
       const float* p = img::pixel(first, uint32_t(x), uint32_t(y));
       if (!IsByte(p[0]) || !IsByte(p[1]) || !IsByte(p[2])) return false;
-      out.pixels[next[size_t(l)]++] = {int32_t(x), int32_t(y), int32_t(p[0]) | int32_t(p[1]) << 16,
-                                       int32_t(p[2])};
+      pixels[next[size_t(l)]++] = {int32_t(x), int32_t(y), int32_t(p[0]) | int32_t(p[1]) << 16,
+                                   int32_t(p[2])};
     }
   return true;
 }

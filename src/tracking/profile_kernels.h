@@ -48,27 +48,21 @@ bool BuildByteWindow(const img::float_image& im,
                      int64_t col_hi,
                      ByteWindow& out);
 
-// The pixels of each scanned segment in row order, with their colour in the
-// first picture packed as (blue | green << 16) and red.
-struct BytePixel {
-  int32_t x, y, bg, r;
-};
-struct BytePixels {
-  std::vector<uint32_t> start;  // segment s: pixels[start[s]] .. pixels[start[s + 1] - 1]
-  std::vector<BytePixel> pixels;
-};
-
-// False when a pixel of a scanned segment is not made of byte values in
-// `first`. `scan` has one flag per segment. Positions must be valid.
+// Each scanned segment's pixels in row order, with their colour in `first`:
+// segment s gets pixels[start[s]] to pixels[start[s + 1] - 1]. False when
+// such a pixel is not made of byte values. `scan` has one flag per segment.
+// Positions must be valid.
 bool GatherBytePixels(const Segmentation& seg,
                       const img::float_image& first,
                       const std::vector<char>& scan,
-                      BytePixels& out);
+                      std::vector<uint32_t>& start,
+                      std::vector<ReferencePixel>& pixels);
 
 struct ByteScan {
   Segmentation* seg = nullptr;
   const ByteWindow* window = nullptr;
-  const BytePixels* pixels = nullptr;
+  const uint32_t* start = nullptr;  // as GatherBytePixels gives them
+  const ReferencePixel* pixels = nullptr;
   const std::vector<char>* scan = nullptr;
   int32_t q = 0;  // radius of the scan
   // Null: each scanned segment gets its raw profile and counts at radius q.
