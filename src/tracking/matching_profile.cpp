@@ -237,7 +237,8 @@ void ForSegmentHalves(size_t count, size_t split, uint64_t work, const Fn& fn) {
 detail::Isa PickIsa() {
   static const bool has_avx2 = __builtin_cpu_supports("avx2");
   static const bool has_avx512 =
-      __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+      __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni");
   if (baseline_only.load(std::memory_order_relaxed)) return detail::Isa::Baseline;
   if (getenv("VL_AVX2")) return detail::Isa::Avx2;
   return has_avx512 ? detail::Isa::Avx512 : has_avx2 ? detail::Isa::Avx2 : detail::Isa::Baseline;
@@ -292,7 +293,8 @@ bool ByteRoute(Segmentation& seg,
   col_lo = std::max<int64_t>(col_lo, 0);
   col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
   if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
-  detail::ByteWindow window;
+  // Kept by the thread, so that a frame does not clear and fault in new pages.
+  thread_local detail::ByteWindow window;
   if (!detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, window)) return false;
 
   const std::vector<uint32_t>& start = *lists.start;

@@ -45,6 +45,7 @@ struct Sse2Kernel {
                                                  const int16_t* bg,
                                                  const int16_t* r0,
                                                  int64_t offset,
+                                                 int32_t /*cells*/,
                                                  int32_t* out) {
     __m128i s0 = _mm_setzero_si128(), s1 = _mm_setzero_si128();
     size_t p = 0;
@@ -91,6 +92,7 @@ struct Avx2Kernel {
                                                  const int16_t* bg,
                                                  const int16_t* r0,
                                                  int64_t offset,
+                                                 int32_t /*cells*/,
                                                  int32_t* out) {
     __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
     size_t p = 0;
@@ -118,43 +120,83 @@ struct Avx2Kernel {
   }
 };
 
+// With VNNI: the multiply-pair and the addition in one instruction.
+#define VL_AVX512 "avx2,avx512f,avx512bw,avx512vnni,avx512vl"
 struct Avx512Kernel {
   static constexpr int32_t kPixels = 16;
 
-  [[gnu::target("avx512f,avx512bw")]] static inline __m512i Term(
-      const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
-    const __m512i u1 = _mm512_loadu_si512(bg + 2 * k);
-    const __m512i u2 = _mm512_loadu_si512(r0 + 2 * k);
-    const __m512i d1 = _mm512_sub_epi16(u1, _mm512_set1_epi32(vbg));
-    const __m512i d2 = _mm512_sub_epi16(u2, _mm512_set1_epi32(vr));
-    return _mm512_add_epi32(_mm512_madd_epi16(d1, d1), _mm512_madd_epi16(d2, d2));
+  [[gnu::target(VL_AVX512)]] static inline __m512i Add(__m512i acc,
+                                                       const int16_t* plane,
+                                                       int64_t k,
+                                                       __m512i v) {
+    const __m512i d = _mm512_sub_epi16(_mm512_loadu_si512(plane + 2 * k), v);
+    return _mm512_dpwssd_epi32(acc, d, d);
   }
-  [[gnu::target("avx512f,avx512bw")]] static inline void Sum(const RunPixel* px,
-                                                             size_t count,
-                                                             const int16_t* bg,
-                                                             const int16_t* r0,
-                                                             int64_t offset,
-                                                             int32_t* out) {
-    __m512i s0 = _mm512_setzero_si512(), s1 = _mm512_setzero_si512();
+  [[gnu::target(VL_AVX512)]] static inline __m256i Add(__m256i acc,
+                                                       const int16_t* plane,
+                                                       int64_t k,
+                                                       __m256i v) {
+    const __m256i d =
+        _mm256_sub_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(plane + 2 * k)), v);
+    return _mm256_dpwssd_epi32(acc, d, d);
+  }
+  // Four sums in flight: two pixels, two planes.
+  template <class V>
+  [[gnu::target(VL_AVX512)]] static inline V SumOf(const RunPixel* px,
+                                                   size_t count,
+                                                   const int16_t* bg,
+                                                   const int16_t* r0,
+                                                   int64_t offset,
+                                                   V zero,
+                                                   V (*set1)(int)) {
+    V s0 = zero, s1 = zero, s2 = zero, s3 = zero;
     size_t p = 0;
     for (; p + 2 <= count; p += 2) {
-      s0 = _mm512_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
-      s1 = _mm512_add_epi32(s1, Term(bg, r0, px[p + 1].at + offset, px[p + 1].bg, px[p + 1].r));
+      const int64_t k0 = px[p].at + offset, k1 = px[p + 1].at + offset;
+      s0 = Add(s0, bg, k0, set1(px[p].bg));
+      s1 = Add(s1, r0, k0, set1(px[p].r));
+      s2 = Add(s2, bg, k1, set1(px[p + 1].bg));
+      s3 = Add(s3, r0, k1, set1(px[p + 1].r));
     }
-    if (p < count) s0 = _mm512_add_epi32(s0, Term(bg, r0, px[p].at + offset, px[p].bg, px[p].r));
-    _mm512_storeu_si512(out, _mm512_add_epi32(s0, s1));
+    if (p < count) {
+      const int64_t k0 = px[p].at + offset;
+      s0 = Add(s0, bg, k0, set1(px[p].bg));
+      s1 = Add(s1, r0, k0, set1(px[p].r));
+    }
+    return (s0 + s1) + (s2 + s3);
   }
-  [[gnu::target("avx512f,avx512bw")]] static inline void Add(int32_t* acc,
-                                                             const int16_t* bg,
-                                                             const int16_t* r0,
-                                                             int64_t k,
-                                                             int32_t n,
-                                                             int32_t vbg,
-                                                             int32_t vr) {
+  [[gnu::target(VL_AVX512)]] static inline __m512i Set512(int v) { return _mm512_set1_epi32(v); }
+  [[gnu::target(VL_AVX512)]] static inline __m256i Set256(int v) { return _mm256_set1_epi32(v); }
+
+  // A last group of at most 8 cells takes the half width.
+  [[gnu::target(VL_AVX512)]] static inline void Sum(const RunPixel* px,
+                                                    size_t count,
+                                                    const int16_t* bg,
+                                                    const int16_t* r0,
+                                                    int64_t offset,
+                                                    int32_t cells,
+                                                    int32_t* out) {
+    if (cells <= kPixels / 2) {
+      const __m256i s = SumOf<__m256i>(px, count, bg, r0, offset, _mm256_setzero_si256(), Set256);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), s);
+    } else {
+      _mm512_storeu_si512(
+          out, SumOf<__m512i>(px, count, bg, r0, offset, _mm512_setzero_si512(), Set512));
+    }
+  }
+  [[gnu::target(VL_AVX512)]] static inline void Add(int32_t* acc,
+                                                    const int16_t* bg,
+                                                    const int16_t* r0,
+                                                    int64_t k,
+                                                    int32_t n,
+                                                    int32_t vbg,
+                                                    int32_t vr) {
     for (int32_t c = 0; c < n; c += kPixels) {
       const __mmask16 keep = n - c >= kPixels ? __mmask16(0xFFFF) : __mmask16((1u << (n - c)) - 1);
+      const __m512i e = Add(Add(_mm512_setzero_si512(), bg, k + c, _mm512_set1_epi32(vbg)), r0,
+                            k + c, _mm512_set1_epi32(vr));
       const __m512i a = _mm512_loadu_si512(acc + c);
-      _mm512_storeu_si512(acc + c, _mm512_mask_add_epi32(a, keep, a, Term(bg, r0, k + c, vbg, vr)));
+      _mm512_storeu_si512(acc + c, _mm512_mask_add_epi32(a, keep, a, e));
     }
   }
 };
@@ -245,7 +287,9 @@ inline void SelfCompare(const double* c,
                         std::vector<double>& acc,
                         Raster<double>& out) {
   const int32_t size = 2 * R + 1;
-  out.reset(size, size);
+  // Every cell is written below: no need to clear them first.
+  out.width = out.height = size;
+  out.cells.resize(size_t(size) * size_t(size));
   switch ((size + kDoubles - 1) / kDoubles) {
     case 1:
       return CompareRows<1, 2>(c, cs, self, size, out);
@@ -286,7 +330,7 @@ inline void SumsToDoubles(const int32_t* sums, const int32_t* counts, int32_t si
 
 struct Scratch {
   std::vector<RunPixel> run;
-  std::vector<int32_t> sums, marks;
+  std::vector<int32_t> sums, marks, counts;
   std::vector<double> c, acc;
 };
 
@@ -299,15 +343,24 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
   const int64_t w = seg.width, h = seg.height;
   // Room behind each row of sums for the last vector's over-reach.
   const int32_t stride = size + K::kPixels - 1;
-  g.profile_counts.reset(size, size);
+  // The counts go to the profile's, or in mode 1, which drops them, to
+  // scratch.
+  int32_t* counts;
+  if (job.self) {
+    sc.counts.resize(size_t(size) * size_t(size));
+    counts = sc.counts.data();
+  } else {
+    g.profile_counts.reset(size, size);
+    counts = g.profile_counts.cells.data();
+  }
 
   // The same selection and clipping as the double scan, pixel by pixel.
   // A pixel marks the end of its run of n cells in each of its rows j0..j1-1
   // of the counts; the marks are kept as differences along j, so that a
-  // pixel costs two of them, and pixels that cover the whole window only
-  // add to `whole`.
+  // pixel costs two of them. Pixels that cover the whole window only add to
+  // `whole`, and when all do, no marks are needed.
   sc.run.clear();
-  sc.marks.assign(size_t(size + 1) * size_t(size), 0);
+  bool marked = false;
   int32_t whole = 0;
   for (uint32_t k = job.start[s]; k < job.start[s + 1]; ++k) {
     const ReferencePixel& p = job.pixels[k];
@@ -323,27 +376,32 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
     sc.run.push_back({win.index(row, bx + i0), p.bg, p.r, i0, i1 - i0, j0, j1});
     if (i0 == 0 && i1 == size && j0 == 0 && j1 == size) {
       ++whole;
-    } else {
-      ++sc.marks[size_t(j0) * size_t(size) + size_t(i1 - i0 - 1)];
-      --sc.marks[size_t(j1) * size_t(size) + size_t(i1 - i0 - 1)];
+      continue;
     }
+    if (!marked) sc.marks.assign(size_t(size + 1) * size_t(size), 0);
+    marked = true;
+    ++sc.marks[size_t(j0) * size_t(size) + size_t(i1 - i0 - 1)];
+    --sc.marks[size_t(j1) * size_t(size) + size_t(i1 - i0 - 1)];
   }
-  sc.marks[size_t(size - 1)] += whole;
-  sc.marks[size_t(size) * size_t(size) + size_t(size - 1)] -= whole;
-  // Counts: the marks summed down the rows, then from the right along each
-  // row, which leaves them shifted left against the profile as they have
-  // always been kept.
-  for (int32_t j = 0; j < size; ++j) {
-    int32_t* counts = g.profile_counts.row(j);
-    const int32_t* above = j ? g.profile_counts.row(j - 1) : nullptr;
-    const int32_t* marks = sc.marks.data() + size_t(j) * size_t(size);
-    int32_t right = 0;
-    for (int32_t i = size - 1; i >= 0; --i) {
-      right += marks[i];
-      counts[i] = right;
+  if (!marked) {
+    std::fill_n(counts, size_t(size) * size_t(size), whole);
+  } else {
+    sc.marks[size_t(size - 1)] += whole;
+    sc.marks[size_t(size) * size_t(size) + size_t(size - 1)] -= whole;
+    // The marks summed down the rows, then from the right along each row,
+    // which leaves the counts shifted left against the profile as they have
+    // always been kept.
+    for (int32_t j = 0; j < size; ++j) {
+      int32_t* row = counts + size_t(j) * size_t(size);
+      const int32_t* marks = sc.marks.data() + size_t(j) * size_t(size);
+      int32_t right = 0;
+      for (int32_t i = size - 1; i >= 0; --i) {
+        right += marks[i];
+        row[i] = right;
+      }
+      if (j > 0)
+        for (int32_t i = 0; i < size; ++i) row[i] += row[i - size];
     }
-    if (above)
-      for (int32_t i = 0; i < size; ++i) counts[i] += above[i];
   }
 
   const int16_t* bg = win.bg.data();
@@ -354,7 +412,7 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
     sc.sums.resize(size_t(size) * size_t(stride));
     for (int32_t j = 0; j < size; ++j)
       for (int32_t i = 0; i < size; i += K::kPixels)
-        K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i,
+        K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i, size - i,
                sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
   } else {
     sc.sums.assign(size_t(size) * size_t(stride), 0);
@@ -367,8 +425,8 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
   if (!job.self) {
     g.profile.reset(size, size);
     for (int32_t j = 0; j < size; ++j)
-      SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), g.profile_counts.row(j), size,
-                    g.profile.row(j));
+      SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), counts + size_t(j) * size_t(size),
+                    size, g.profile.row(j));
     g.radius_x = g.radius_y = q;
     return;
   }
@@ -377,8 +435,8 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
   const size_t c_cells = size_t(size + 1) * size_t(cs);
   if (sc.c.size() != c_cells) sc.c.assign(c_cells, 0.0);
   for (int32_t j = 0; j < size; ++j)
-    SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), g.profile_counts.row(j), size,
-                  sc.c.data() + j * cs);
+    SumsToDoubles(sc.sums.data() + size_t(j) * size_t(stride), counts + size_t(j) * size_t(size),
+                  size, sc.c.data() + j * cs);
   const int32_t R = q - job.self_radius;
   SelfCompare(sc.c.data(), cs, (*job.self)[s], R, sc.acc, g.profile);
   g.profile_counts = Raster<int32_t>();
@@ -398,9 +456,9 @@ void ScanBaseline(const ByteScan& job, int32_t lo, int32_t hi) {
 [[gnu::target("avx2"), gnu::flatten]] void ScanAvx2(const ByteScan& job, int32_t lo, int32_t hi) {
   ScanRange<Avx2Kernel>(job, lo, hi);
 }
-[[gnu::target("avx2,avx512f,avx512bw"), gnu::flatten]] void ScanAvx512(const ByteScan& job,
-                                                                       int32_t lo,
-                                                                       int32_t hi) {
+[[gnu::target(VL_AVX512), gnu::flatten]] void ScanAvx512(const ByteScan& job,
+                                                         int32_t lo,
+                                                         int32_t hi) {
   ScanRange<Avx512Kernel>(job, lo, hi);
 }
 
@@ -490,28 +548,32 @@ bool BuildByteWindow(const img::float_image& im,
     out.stride = col_hi - col_lo + 1;
     count = (row_hi - row_lo + 1) * out.stride + kMargin;
   }
-  out.bg.assign(size_t(2 * count), 0);
-  out.r0.assign(size_t(2 * count), 0);
-  if (row_hi < row_lo) return true;
-  if (out.stride == w && out.col0 == 0) {
+  // Reused buffers: every element is written below, the picture's values
+  // or zeros.
+  out.bg.resize(size_t(2 * count));
+  out.r0.resize(size_t(2 * count));
+  int64_t copied = 0;
+  if (row_hi < row_lo) {
+    // Nothing in reach: the margin alone.
+  } else if (out.stride == w && out.col0 == 0) {
     // Linear: rows continue into the next, zeros past the picture's end.
     const int64_t end = std::min(row_lo * w + count, w * h);
     for (int64_t k = row_lo * w, y = row_lo; k < end; ++y) {
       const int64_t n = std::min(w, end - k);
-      const int64_t at = k - row_lo * w;
-      if (!CopyBytes(img::pixel(im, 0, uint32_t(y)), n, out.bg.data() + 2 * at,
-                     out.r0.data() + 2 * at))
+      if (!CopyBytes(img::pixel(im, 0, uint32_t(y)), n, out.bg.data() + 2 * copied,
+                     out.r0.data() + 2 * copied))
         return false;
       k += n;
+      copied += n;
     }
-    return true;
+  } else {
+    for (int64_t y = row_lo; y <= row_hi; ++y, copied += out.stride)
+      if (!CopyBytes(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride,
+                     out.bg.data() + 2 * copied, out.r0.data() + 2 * copied))
+        return false;
   }
-  for (int64_t y = row_lo; y <= row_hi; ++y) {
-    const int64_t at = (y - row_lo) * out.stride;
-    if (!CopyBytes(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride,
-                   out.bg.data() + 2 * at, out.r0.data() + 2 * at))
-      return false;
-  }
+  std::fill(out.bg.begin() + 2 * copied, out.bg.end(), int16_t(0));
+  std::fill(out.r0.begin() + 2 * copied, out.r0.end(), int16_t(0));
   return true;
 }
 
