@@ -205,7 +205,7 @@ template <unsigned Metric, bool MeanColour>
   ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
 }
 
-std::atomic<bool> baseline_only{false};
+std::atomic<ProfileScanSet> scan_limit{ProfileScanSet::Widest};
 
 ScanFn PickScan(unsigned metric, bool mean_colour) {
   static constexpr ScanFn baseline[3][2] = {{ScanBaseline<0, false>, ScanBaseline<0, true>},
@@ -215,7 +215,8 @@ ScanFn PickScan(unsigned metric, bool mean_colour) {
                                         {ScanAvx2<1, false>, ScanAvx2<1, true>},
                                         {ScanAvx2<2, false>, ScanAvx2<2, true>}};
   static const bool has_avx2 = __builtin_cpu_supports("avx2");
-  const bool wide = has_avx2 && !baseline_only.load(std::memory_order_relaxed);
+  const bool wide =
+      has_avx2 && scan_limit.load(std::memory_order_relaxed) != ProfileScanSet::Baseline;
   return (wide ? avx2 : baseline)[metric][mean_colour ? 1 : 0];
 }
 
@@ -239,9 +240,10 @@ detail::Isa PickIsa() {
   static const bool has_avx512 =
       __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
       __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni");
-  if (baseline_only.load(std::memory_order_relaxed)) return detail::Isa::Baseline;
-  if (getenv("VL_AVX2")) return detail::Isa::Avx2;
-  return has_avx512 ? detail::Isa::Avx512 : has_avx2 ? detail::Isa::Avx2 : detail::Isa::Baseline;
+  const ProfileScanSet limit = scan_limit.load(std::memory_order_relaxed);
+  if (has_avx512 && limit == ProfileScanSet::Widest) return detail::Isa::Avx512;
+  if (has_avx2 && limit != ProfileScanSet::Baseline) return detail::Isa::Avx2;
+  return detail::Isa::Baseline;
 }
 
 // One flag per segment: whether this call builds its profile.
@@ -374,8 +376,12 @@ void RawDouble(Segmentation& seg,
 
 }  // namespace
 
+void LimitProfileScan(ProfileScanSet set) {
+  scan_limit.store(set, std::memory_order_relaxed);
+}
+
 void LimitProfileScanToBaseline(bool limit) {
-  baseline_only.store(limit, std::memory_order_relaxed);
+  LimitProfileScan(limit ? ProfileScanSet::Baseline : ProfileScanSet::Widest);
 }
 
 ProfileParams ProfileParamsOf(const VLSegmentParams& params, int32_t radius) {

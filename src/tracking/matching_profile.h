@@ -75,9 +75,12 @@ void BuildProfiles(Segmentation& seg,
                    const ProfileParams& params,
                    bool active_only);
 
-// The raw scan uses the widest vector instructions of the processor (the
-// results are the same on all). With `limit`, only the baseline set, so that
-// the tests can hold both against the plain comparison.
+// The profile loops use the widest vector instructions of the processor;
+// the results are the same on all. A limit restricts them, so that the
+// tests can hold every variant against the plain comparison.
+enum class ProfileScanSet { Baseline, Avx2, Widest };
+void LimitProfileScan(ProfileScanSet set);
+// LimitProfileScan(limit ? Baseline : Widest).
 void LimitProfileScanToBaseline(bool limit);
 
 }  // namespace tracking
