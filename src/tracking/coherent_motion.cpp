@@ -173,25 +173,37 @@ void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream
 
 void InitialApproximation(Segmentation& seg, float neighbour_weight, TieBreaker& random) {
   const double omega = neighbour_weight;
+  // Each profile's smallest value, the vote of a neighbour outside its window.
+  std::vector<double> least(seg.segments.size(), 0.0);
+  for (size_t k = 0; k < seg.segments.size(); ++k) {
+    const std::vector<double>& cells = seg.segments[k].profile.cells;
+    if (!cells.empty()) least[k] = *std::min_element(cells.begin(), cells.end());
+  }
   std::vector<double> votes;
   for (GridSegment& g : seg.segments) {
     const int32_t width = g.profile.width, height = g.profile.height;
     votes = g.profile.cells;
+    // Each cell adds its neighbours' votes in the neighbours' order; a row
+    // splits into the cells outside N's window (its smallest value) and the
+    // run inside it, so that no cell needs a test.
     for (const auto& [colour, k] : g.neighbours) {
       const GridSegment& n = seg.segments[k];
-      const int32_t dx = (n.shift_x - n.radius_x) - (g.shift_x - g.radius_x);
-      const int32_t dy = (n.shift_y - n.radius_y) - (g.shift_y - g.radius_y);
-      const double m = n.profile.cells.empty()
-                           ? 0.0
-                           : *std::min_element(n.profile.cells.begin(), n.profile.cells.end());
+      const int64_t dx = int64_t(n.shift_x - n.radius_x) - (g.shift_x - g.radius_x);
+      const int64_t dy = int64_t(n.shift_y - n.radius_y) - (g.shift_y - g.radius_y);
+      const double outside = omega * least[k];
+      const int32_t lo = int32_t(std::clamp<int64_t>(dx, 0, width));
+      const int32_t hi = int32_t(std::clamp<int64_t>(dx + n.profile.width, lo, width));
       for (int32_t j = 0; j < height; ++j) {
-        const int32_t jn = j - dy;
-        const bool row_inside = jn >= 0 && jn < n.profile.height;
-        for (int32_t i = 0; i < width; ++i) {
-          const int32_t in = i - dx;
-          const double v = row_inside && in >= 0 && in < n.profile.width ? n.profile.at(in, jn) : m;
-          votes[size_t(j) * size_t(width) + size_t(i)] += omega * v;
+        double* row = votes.data() + size_t(j) * size_t(width);
+        const int64_t jn = j - dy;
+        if (jn < 0 || jn >= n.profile.height) {
+          for (int32_t i = 0; i < width; ++i) row[i] += outside;
+          continue;
         }
+        const double* inside = n.profile.row(int32_t(jn));
+        for (int32_t i = 0; i < lo; ++i) row[i] += outside;
+        for (int32_t i = lo; i < hi; ++i) row[i] += omega * inside[i - dx];
+        for (int32_t i = hi; i < width; ++i) row[i] += outside;
       }
     }
     double best = -DBL_MAX;

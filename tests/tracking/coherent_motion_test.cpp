@@ -3,6 +3,7 @@
 // searches recovering the known motion of a generated texture.
 #include "tracking/coherent_motion.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <random>
 #include <sstream>
@@ -138,6 +139,67 @@ TEST(InitialApproximation, TiesAreChosenUniformlyAndReproducibly) {
   for (int h : hits) EXPECT_NEAR(h, 100, 45);
   EXPECT_EQ(draw(1), hits);
   EXPECT_NE(draw(2), hits);
+}
+
+// Every cell adds omega times each neighbour's value laid over it (or the
+// neighbour's smallest value outside its window), in neighbour order; the
+// first guess is the best cell with ties drawn uniformly.
+TEST(InitialApproximation, EqualsPlainVoteOverEveryCell) {
+  for (const bool flat : {false, true}) {
+    Segmentation fast = RandomGrid(6, 80);
+    // Radii that differ, so that windows overlap partly, and one empty profile.
+    for (size_t s = 0; s < fast.segments.size(); s += 3) {
+      GridSegment& g = fast.segments[s];
+      g.radius_x = g.radius_y = 2;
+      g.profile.reset(5, 5);
+      for (size_t c = 0; c < g.profile.cells.size(); ++c) g.profile.cells[c] = -double(c % 4);
+    }
+    fast.segments[10].profile = tracking::Raster<double>();
+    if (flat)
+      for (GridSegment& g : fast.segments)
+        std::fill(g.profile.cells.begin(), g.profile.cells.end(), -1.0);
+    Segmentation plain = fast;
+    TieBreaker fast_random(3), plain_random(3);
+    tracking::InitialApproximation(fast, 0.75f, fast_random);
+    for (GridSegment& g : plain.segments) {
+      if (g.profile.cells.empty()) continue;  // its offsets come from cell (0, 0)
+      std::vector<double> votes = g.profile.cells;
+      for (const auto& [colour, k] : g.neighbours) {
+        const GridSegment& n = plain.segments[k];
+        const double m = n.profile.cells.empty()
+                             ? 0.0
+                             : *std::min_element(n.profile.cells.begin(), n.profile.cells.end());
+        for (int32_t j = 0; j < g.profile.height; ++j)
+          for (int32_t i = 0; i < g.profile.width; ++i) {
+            const int32_t in = i - ((n.shift_x - n.radius_x) - (g.shift_x - g.radius_x));
+            const int32_t jn = j - ((n.shift_y - n.radius_y) - (g.shift_y - g.radius_y));
+            const bool inside = in >= 0 && in < n.profile.width && jn >= 0 && jn < n.profile.height;
+            votes[size_t(j * g.profile.width + i)] +=
+                double(0.75f) * (inside ? n.profile.at(in, jn) : m);
+          }
+      }
+      double best = -DBL_MAX;
+      int64_t ties = 0;
+      size_t at = 0;
+      for (size_t c = 0; c < votes.size(); ++c) {
+        if (votes[c] > best) {
+          best = votes[c], ties = 1, at = c;
+        } else if (votes[c] == best && int64_t(plain_random.next()) * ++ties <= TieBreaker::kMax) {
+          at = c;
+        }
+      }
+      g.offset_x = int32_t(at % size_t(g.profile.width)) - g.radius_x;
+      g.offset_y = int32_t(at / size_t(g.profile.width)) - g.radius_y;
+    }
+    for (size_t s = 0; s < fast.segments.size(); ++s) {
+      if (fast.segments[s].profile.cells.empty()) continue;
+      EXPECT_EQ(fast.segments[s].offset_x, plain.segments[s].offset_x)
+          << "flat " << flat << " #" << s;
+      EXPECT_EQ(fast.segments[s].offset_y, plain.segments[s].offset_y)
+          << "flat " << flat << " #" << s;
+    }
+    EXPECT_EQ(fast_random.next(), plain_random.next()) << "as many draws, flat " << flat;
+  }
 }
 
 struct MotionCase {
