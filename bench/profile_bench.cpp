@@ -1,8 +1,8 @@
 // Profile building for a 400 x 300 mask on an 800 x 600 picture at the
 // default parameters (block size 8, self-compared mode, self radius 2): one
 // call per target frame. Argument: the search radius, 15 next to the key
-// frame and 5 (MaxAcceleration) elsewhere; second argument 1 keeps the scan
-// to the baseline instruction set.
+// frame and 5 (MaxAcceleration) elsewhere; second argument: the instruction
+// sets allowed (0 the widest, 1 the baseline, 2 up to AVX2).
 #include <benchmark/benchmark.h>
 
 #include "base/segment_params.h"
@@ -48,6 +48,14 @@ img::bitmap<img::bit1> Mask() {
   return mask;
 }
 
+tracking::ProfileScanSet ScanSet(int64_t arg) {
+  return arg == 1   ? tracking::ProfileScanSet::Baseline
+         : arg == 2 ? tracking::ProfileScanSet::Avx2
+                    : tracking::ProfileScanSet::Widest;
+}
+
+// Target frames after the first of a reference frame: the self profiles are
+// kept.
 void BM_BuildProfiles(benchmark::State& state) {
   const VLSegmentParams params;
   tracking::Segmentation seg;
@@ -55,33 +63,55 @@ void BM_BuildProfiles(benchmark::State& state) {
   seg.image = &Reference();
   const img::float_image& target = Target();
   const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
-  tracking::LimitProfileScanToBaseline(state.range(1) != 0);
+  tracking::LimitProfileScan(ScanSet(state.range(1)));
   for (auto _ : state) {
     tracking::BuildProfiles(seg, target, p, false);
     benchmark::DoNotOptimize(seg.segments.front().profile.cells.data());
   }
-  tracking::LimitProfileScanToBaseline(false);
+  tracking::LimitProfileScan(tracking::ProfileScanSet::Widest);
   state.counters["segments"] = double(seg.segment_count());
 }
 BENCHMARK(BM_BuildProfiles)
-    ->ArgsProduct({{5, 15}, {0, 1}})
+    ->ArgsProduct({{5, 15}, {0, 1, 2}})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
+// The first target frame of a new reference frame: statistics, reference
+// pixels and self profiles are measured as well.
+void BM_BuildProfilesNewReference(benchmark::State& state) {
+  const VLSegmentParams params;
+  tracking::Segmentation seg;
+  seg.create(Mask(), params.ImageBlockSize, 0);
+  seg.image = &Reference();
+  const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
+  for (auto _ : state) {
+    seg.statistics_valid = false;  // as after create()
+    tracking::BuildProfiles(seg, Target(), p, false);
+    benchmark::DoNotOptimize(seg.segments.front().profile.cells.data());
+  }
+}
+BENCHMARK(BM_BuildProfilesNewReference)
+    ->Arg(5)
+    ->Arg(15)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
 // The coherent motion search with its model-fit passes on the profiles of
-// the default radius 5: what follows the profiles in every frame.
+// radius 5 (or 15, next to the key frame): what follows the profiles in
+// every frame.
 void BM_FindMotion(benchmark::State& state) {
   const VLSegmentParams params;
   tracking::Segmentation seg;
   seg.create(Mask(), params.ImageBlockSize, 0);
   seg.image = &Reference();
-  tracking::BuildProfiles(seg, Target(), tracking::ProfileParamsOf(params, 5), false);
+  tracking::BuildProfiles(seg, Target(), tracking::ProfileParamsOf(params, int32_t(state.range(0))),
+                          false);
   const auto p = tracking::CoherentMotionParamsOf(params);
   for (auto _ : state) {
     tracking::TieBreaker random;
     benchmark::DoNotOptimize(tracking::FindMotion(seg, p, random, nullptr));
   }
 }
-BENCHMARK(BM_FindMotion)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FindMotion)->Arg(5)->Arg(15)->Unit(benchmark::kMillisecond);
 
 }  // namespace

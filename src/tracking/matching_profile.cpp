@@ -416,9 +416,18 @@ void ComputeStatistics(Segmentation& seg,
     g.mean[0] = g.mean[1] = g.mean[2] = 0;
     g.variance = 0;
   }
-  const uint32_t w = seg.width, h = seg.height;
-  for (uint32_t y = 0; y < h; ++y)
-    for (uint32_t x = 0; x < w; ++x) {
+  // Only the segments' bounding boxes hold labelled pixels; each segment
+  // still takes its pixels in row order, on which its float sums depend.
+  seg.positions();
+  uint32_t x0 = seg.width, y0 = seg.height, x1 = 0, y1 = 0;
+  for (const GridSegment& g : seg.segments) {
+    x0 = std::min(x0, uint32_t(g.left));
+    y0 = std::min(y0, uint32_t(g.top));
+    x1 = std::max(x1, uint32_t(g.right));
+    y1 = std::max(y1, uint32_t(g.bottom));
+  }
+  for (uint32_t y = y0; y < y1; ++y)
+    for (uint32_t x = x0; x < x1; ++x) {
       const int32_t l = seg.label(x, y);
       if (l < 0) continue;
       const float* p = img::pixel(reference, x, y);
@@ -433,8 +442,8 @@ void ComputeStatistics(Segmentation& seg,
     g.mean[1] *= k;
     g.mean[2] *= k;
   }
-  for (uint32_t y = 0; y < h; ++y)
-    for (uint32_t x = 0; x < w; ++x) {
+  for (uint32_t y = y0; y < y1; ++y)
+    for (uint32_t x = x0; x < x1; ++x) {
       const int32_t l = seg.label(x, y);
       if (l < 0) continue;
       GridSegment& g = seg.segments[size_t(l)];

@@ -505,22 +505,25 @@ bool IsByte(float v) {
   return v >= 0.0f && v <= 255.0f && float(int32_t(v)) == v;
 }
 
-// Copies n pixels; false if a value is not a byte. Branch-free, so that it
-// vectorises: a value outside 0..255 (or NaN) is clamped before the
-// conversion and then fails the comparison.
+// Copies n pixels; false if a value is not a byte. One pixel's four floats
+// at a time (alpha ignored): a value outside 0..255, or NaN, is clamped
+// before the conversion and then differs from its converted value.
 bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0) {
-  auto clamp = [](float v) { return v >= 0.0f ? (v <= 255.0f ? v : 255.0f) : 0.0f; };
-  bool ok = true;
+  const __m128 zero = _mm_setzero_ps(), top = _mm_set1_ps(255.0f);
+  const __m128i colour = _mm_setr_epi32(-1, -1, -1, 0), alpha = _mm_setr_epi32(0, 0, 0, -1);
+  __m128i ok = _mm_set1_epi32(-1);
   for (int64_t k = 0; k < n; ++k) {
-    const float b = p[4 * k], g = p[4 * k + 1], r = p[4 * k + 2];
-    const int32_t ib = int32_t(clamp(b)), ig = int32_t(clamp(g)), ir = int32_t(clamp(r));
-    ok &= (float(ib) == b) & (float(ig) == g) & (float(ir) == r);
-    bg[2 * k] = int16_t(ib);
-    bg[2 * k + 1] = int16_t(ig);
-    r0[2 * k] = int16_t(ir);
-    r0[2 * k + 1] = 0;
+    const __m128 v = _mm_loadu_ps(p + 4 * k);
+    const __m128i i = _mm_and_si128(_mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(v, zero), top)), colour);
+    ok = _mm_and_si128(ok,
+                       _mm_or_si128(_mm_castps_si128(_mm_cmpeq_ps(_mm_cvtepi32_ps(i), v)), alpha));
+    const __m128i packed = _mm_packs_epi32(i, i);  // blue, green, red, 0 as 16 bits
+    const int32_t low = _mm_cvtsi128_si32(packed),
+                  high = _mm_cvtsi128_si32(_mm_srli_si128(packed, 4));
+    std::memcpy(bg + 2 * k, &low, sizeof low);
+    std::memcpy(r0 + 2 * k, &high, sizeof high);
   }
-  return ok;
+  return _mm_movemask_epi8(ok) == 0xFFFF;
 }
 
 }  // namespace
