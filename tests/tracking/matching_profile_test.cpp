@@ -260,6 +260,42 @@ TEST(BuildProfiles, KeptSelfProfilesFollowReferenceAndParameters) {
   }
 }
 
+// Float sums of each segment's pixels in row order, the variance in double
+// over pixels - 1, scaled, and 0 replaced: on a mask away from the picture's
+// corner with one flat piece.
+TEST(ComputeStatistics, EqualsPlainSumsInRowOrder) {
+  img::float_image picture = Picture(90, 70, types::affine::identity(), 4, Values::Fractions);
+  for (uint32_t y = 40; y < 48; ++y)
+    for (uint32_t x = 16; x < 24; ++x)
+      for (int c = 0; c < 3; ++c) img::pixel(picture, x, y)[c] = 77.5f;
+  Segmentation seg;
+  seg.create(RectMask(90, 70, 13, 9, 61, 55), 8, 0);
+  tracking::ComputeStatistics(seg, picture, 2.0f, true);
+  bool flat_seen = false;
+  for (size_t n = 0; n < seg.segments.size(); ++n) {
+    float mean[3] = {0, 0, 0};
+    for (uint32_t y = 0; y < 70; ++y)
+      for (uint32_t x = 0; x < 90; ++x)
+        if (seg.label(x, y) == int32_t(n))
+          for (int c = 0; c < 3; ++c) mean[c] += img::pixel(picture, x, y)[c];
+    for (float& m : mean) m *= 1.0f / float(seg.segments[n].pixels);
+    double variance = 0;
+    for (uint32_t y = 0; y < 70; ++y)
+      for (uint32_t x = 0; x < 90; ++x)
+        if (seg.label(x, y) == int32_t(n)) {
+          double d[3];
+          for (int c = 0; c < 3; ++c) d[c] = double(mean[c]) - double(img::pixel(picture, x, y)[c]);
+          variance += d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+        }
+    variance = variance / double(seg.segments[n].pixels - 1) * 2.0;
+    flat_seen = flat_seen || variance == 0;
+    if (variance == 0) variance = 0.00001;
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(seg.segments[n].mean[c], mean[c]) << "segment " << n;
+    EXPECT_EQ(seg.segments[n].variance, variance) << "segment " << n;
+  }
+  EXPECT_TRUE(flat_seen);
+}
+
 // The texture moves by `motion`; the best cell of every segment is the
 // known shift relative to the starting motion. Without motion the
 // self-compared profile scores exactly 0 at the centre.
