@@ -297,12 +297,12 @@ bool ByteRoute(Segmentation& seg,
   if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
   // Kept by the thread, so that a frame does not clear and fault in new pages.
   thread_local detail::ByteWindow window;
-  if (!detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, window)) return false;
+  const detail::Isa isa = PickIsa();
+  if (!detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, isa, window)) return false;
 
   const std::vector<uint32_t>& start = *lists.start;
   const detail::ByteScan job{&seg,  &window, start.data(), lists.pixels->data(),
                              &scan, q,       self,         self_radius};
-  const detail::Isa isa = PickIsa();
   // Split where both halves have about as many pixels.
   const uint32_t total = start.back();
   const size_t split =

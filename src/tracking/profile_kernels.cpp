@@ -20,6 +20,7 @@ namespace {
 struct RunPixel {
   int64_t at;      // plane index of window row 0, cell i0
   int32_t bg, r;   // packed colour, see ReferencePixel
+  int32_t dot;     // the colour minus 128 as signed bytes: blue, green, red, 0
   int32_t i0, n;   // first cell and number of cells of each window row
   int32_t j0, j1;  // window rows j0 <= j < j1 lie in the picture
 };
@@ -30,6 +31,7 @@ struct RunPixel {
 // lanes past n left out.
 struct Sse2Kernel {
   static constexpr int32_t kPixels = 4;
+  static constexpr bool kDot = false;
 
   [[gnu::target("sse2")]] static inline __m128i Term(
       const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
@@ -78,6 +80,7 @@ struct Sse2Kernel {
 
 struct Avx2Kernel {
   static constexpr int32_t kPixels = 8;
+  static constexpr bool kDot = false;
 
   [[gnu::target("avx2")]] static inline __m256i Term(
       const int16_t* bg, const int16_t* r0, int64_t k, int32_t vbg, int32_t vr) {
@@ -184,6 +187,101 @@ struct Avx512Kernel {
           out, SumOf<__m512i>(px, count, bg, r0, offset, _mm512_setzero_si512(), Set512));
     }
   }
+  // The dot-product kernel for pixels that all cover the whole window. With
+  // v' = v - 128 per channel and G(u) = |u|² - 256 (u_b + u_g + u_r):
+  // |u - v|² = G(u) - 2 u·v' + |v|², where u·v' is one byte-wise
+  // multiply-and-add instruction for 16 cells, the sum of G over a run of
+  // consecutive pixels the difference of two running sums, and Σ|v|² one
+  // number per segment. All in wrapping 32-bit arithmetic: the true sum
+  // lies in 0..2^31-1, so the wrapped result is exact.
+  static constexpr bool kDot = true;
+  struct Run {
+    int64_t at;  // plane index of the first pixel's window row 0, cell 0
+    int64_t n;   // consecutive pixels
+  };
+
+  [[gnu::target(VL_AVX512)]] static inline __m256i load(const uint32_t* q) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+  }
+  // Both widths alike; 32-bit additions wrap.
+  [[gnu::target(VL_AVX512)]] static inline __m512i Dot(const RunPixel* px,
+                                                       size_t count,
+                                                       const Run* runs,
+                                                       size_t run_count,
+                                                       const uint32_t* bytes,
+                                                       const uint32_t* prefix,
+                                                       int64_t offset,
+                                                       uint32_t squares) {
+    // Four sums in flight: the multiply-and-add takes several cycles.
+    __m512i d[4] = {_mm512_setzero_si512(), _mm512_setzero_si512(), _mm512_setzero_si512(),
+                    _mm512_setzero_si512()};
+    __m512i g = _mm512_setzero_si512();
+    size_t p = 0;
+    for (; p + 4 <= count; p += 4)
+      for (int k = 0; k < 4; ++k)
+        d[k] = _mm512_dpbusd_epi32(d[k], _mm512_loadu_si512(bytes + px[p + k].at + offset),
+                                   _mm512_set1_epi32(px[p + k].dot));
+    for (int k = 0; p < count; ++p, ++k)
+      d[k] = _mm512_dpbusd_epi32(d[k], _mm512_loadu_si512(bytes + px[p].at + offset),
+                                 _mm512_set1_epi32(px[p].dot));
+    for (size_t r = 0; r < run_count; ++r) {
+      const uint32_t* at = prefix + runs[r].at + offset;
+      g = _mm512_add_epi32(
+          g, _mm512_sub_epi32(_mm512_loadu_si512(at + runs[r].n), _mm512_loadu_si512(at)));
+    }
+    const __m512i dot =
+        _mm512_add_epi32(_mm512_add_epi32(d[0], d[1]), _mm512_add_epi32(d[2], d[3]));
+    return _mm512_add_epi32(_mm512_sub_epi32(g, _mm512_add_epi32(dot, dot)),
+                            _mm512_set1_epi32(int32_t(squares)));
+  }
+  [[gnu::target(VL_AVX512)]] static inline __m256i Dot(const RunPixel* px,
+                                                       size_t count,
+                                                       const Run* runs,
+                                                       size_t run_count,
+                                                       const uint32_t* bytes,
+                                                       const uint32_t* prefix,
+                                                       int64_t offset,
+                                                       uint32_t squares,
+                                                       __m256i zero) {
+    __m256i d[4] = {zero, zero, zero, zero}, g = zero;
+    size_t p = 0;
+    for (; p + 4 <= count; p += 4)
+      for (int k = 0; k < 4; ++k)
+        d[k] = _mm256_dpbusd_epi32(d[k], load(bytes + px[p + k].at + offset),
+                                   _mm256_set1_epi32(px[p + k].dot));
+    for (int k = 0; p < count; ++p, ++k)
+      d[k] =
+          _mm256_dpbusd_epi32(d[k], load(bytes + px[p].at + offset), _mm256_set1_epi32(px[p].dot));
+    for (size_t r = 0; r < run_count; ++r) {
+      const uint32_t* at = prefix + runs[r].at + offset;
+      g = _mm256_add_epi32(g, _mm256_sub_epi32(load(at + runs[r].n), load(at)));
+    }
+    const __m256i dot =
+        _mm256_add_epi32(_mm256_add_epi32(d[0], d[1]), _mm256_add_epi32(d[2], d[3]));
+    return _mm256_add_epi32(_mm256_sub_epi32(g, _mm256_add_epi32(dot, dot)),
+                            _mm256_set1_epi32(int32_t(squares)));
+  }
+
+  [[gnu::target(VL_AVX512)]] static inline void DotSum(const RunPixel* px,
+                                                       size_t count,
+                                                       const Run* runs,
+                                                       size_t run_count,
+                                                       const uint32_t* bytes,
+                                                       const uint32_t* prefix,
+                                                       int64_t offset,
+                                                       uint32_t squares,
+                                                       int32_t cells,
+                                                       int32_t* out) {
+    if (cells <= kPixels / 2) {
+      const __m256i s =
+          Dot(px, count, runs, run_count, bytes, prefix, offset, squares, _mm256_setzero_si256());
+      std::memcpy(out, &s, sizeof s);
+    } else {
+      const __m512i s = Dot(px, count, runs, run_count, bytes, prefix, offset, squares);
+      std::memcpy(out, &s, sizeof s);
+    }
+  }
+
   [[gnu::target(VL_AVX512)]] static inline void Add(int32_t* acc,
                                                     const int16_t* bg,
                                                     const int16_t* r0,
@@ -330,6 +428,7 @@ inline void SumsToDoubles(const int32_t* sums, const int32_t* counts, int32_t si
 
 struct Scratch {
   std::vector<RunPixel> run;
+  std::vector<Avx512Kernel::Run> runs;
   std::vector<int32_t> sums, marks, counts;
   std::vector<double> c, acc;
 };
@@ -373,7 +472,11 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
     const int32_t j0 = int32_t(std::clamp<int64_t>(-row, 0, size));
     const int32_t j1 = int32_t(std::clamp<int64_t>(h - row, 0, size));
     if (j1 <= j0) continue;
-    sc.run.push_back({win.index(row, bx + i0), p.bg, p.r, i0, i1 - i0, j0, j1});
+    // v - 128 per channel as signed bytes, for the dot-product kernel.
+    const uint32_t dot = uint32_t((p.bg & 0xFF) ^ 0x80) |
+                         uint32_t(((p.bg >> 16) & 0xFF) ^ 0x80) << 8 |
+                         uint32_t((p.r & 0xFF) ^ 0x80) << 16;
+    sc.run.push_back({win.index(row, bx + i0), p.bg, p.r, int32_t(dot), i0, i1 - i0, j0, j1});
     if (i0 == 0 && i1 == size && j0 == 0 && j1 == size) {
       ++whole;
       continue;
@@ -410,10 +513,32 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
     // Every pixel covers the whole window: each group of cells is summed
     // over the pixels in registers and stored once.
     sc.sums.resize(size_t(size) * size_t(stride));
-    for (int32_t j = 0; j < size; ++j)
-      for (int32_t i = 0; i < size; i += K::kPixels)
-        K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i, size - i,
-               sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
+    if constexpr (K::kDot) {
+      if (!win.prefix.empty()) {
+        // Runs of pixels that lie side by side in the planes, and Σ|v|².
+        auto& runs = sc.runs;
+        runs.clear();
+        uint32_t squares = 0;
+        for (const RunPixel& p : sc.run) {
+          const uint32_t b = uint32_t(p.bg) & 0xFFFF, gr = uint32_t(p.bg) >> 16, r = uint32_t(p.r);
+          squares += b * b + gr * gr + r * r;
+          if (!runs.empty() && runs.back().at + runs.back().n == p.at)
+            ++runs.back().n;
+          else
+            runs.push_back({p.at, 1});
+        }
+        for (int32_t j = 0; j < size; ++j)
+          for (int32_t i = 0; i < size; i += K::kPixels)
+            K::DotSum(sc.run.data(), sc.run.size(), runs.data(), runs.size(), win.bytes.data(),
+                      win.prefix.data(), j * win.stride + i, squares, size - i,
+                      sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
+      }
+    }
+    if (!K::kDot || win.prefix.empty())
+      for (int32_t j = 0; j < size; ++j)
+        for (int32_t i = 0; i < size; i += K::kPixels)
+          K::Sum(sc.run.data(), sc.run.size(), bg, r0, j * win.stride + i, size - i,
+                 sc.sums.data() + size_t(j) * size_t(stride) + size_t(i));
   } else {
     sc.sums.assign(size_t(size) * size_t(stride), 0);
     for (const RunPixel& p : sc.run)
@@ -507,10 +632,12 @@ bool IsByte(float v) {
 
 // Copies n pixels; false if a value is not a byte. One pixel's four floats
 // at a time (alpha ignored): a value outside 0..255, or NaN, is clamped
-// before the conversion and then differs from its converted value.
-bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0) {
+// before the conversion and then differs from its converted value. With
+// `bytes`, also the packed bytes and G(u) of each pixel (see ByteWindow).
+bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0, uint32_t* bytes, int32_t* g) {
   const __m128 zero = _mm_setzero_ps(), top = _mm_set1_ps(255.0f);
   const __m128i colour = _mm_setr_epi32(-1, -1, -1, 0), alpha = _mm_setr_epi32(0, 0, 0, -1);
+  const __m128i shift = _mm_setr_epi16(256, 256, 256, 0, 0, 0, 0, 0);
   __m128i ok = _mm_set1_epi32(-1);
   for (int64_t k = 0; k < n; ++k) {
     const __m128 v = _mm_loadu_ps(p + 4 * k);
@@ -522,6 +649,12 @@ bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0) {
                   high = _mm_cvtsi128_si32(_mm_srli_si128(packed, 4));
     std::memcpy(bg + 2 * k, &low, sizeof low);
     std::memcpy(r0 + 2 * k, &high, sizeof high);
+    if (bytes) {
+      bytes[k] = uint32_t(_mm_cvtsi128_si32(_mm_packus_epi16(packed, packed)));
+      // u (u - 256) per channel, paired: blue + green, red + 0.
+      const __m128i m = _mm_madd_epi16(packed, _mm_sub_epi16(packed, shift));
+      g[k] = _mm_cvtsi128_si32(_mm_add_epi32(m, _mm_srli_si128(m, 4)));
+    }
   }
   return _mm_movemask_epi8(ok) == 0xFFFF;
 }
@@ -533,6 +666,7 @@ bool BuildByteWindow(const img::float_image& im,
                      int64_t row_hi,
                      int64_t col_lo,
                      int64_t col_hi,
+                     Isa isa,
                      ByteWindow& out) {
   constexpr int64_t kMargin = Avx512Kernel::kPixels;
   const int64_t w = im.width, h = im.height;
@@ -552,9 +686,17 @@ bool BuildByteWindow(const img::float_image& im,
     count = (row_hi - row_lo + 1) * out.stride + kMargin;
   }
   // Reused buffers: every element is written below, the picture's values
-  // or zeros.
+  // or zeros. G goes to `prefix` first and is summed up at the end.
+  const bool dot = isa == Isa::Avx512;
   out.bg.resize(size_t(2 * count));
   out.r0.resize(size_t(2 * count));
+  out.bytes.resize(dot ? size_t(count) : 0);
+  out.prefix.resize(dot ? size_t(count) + 1 : 0);
+  auto copy = [&](const float* p, int64_t n, int64_t at) {
+    return CopyBytes(p, n, out.bg.data() + 2 * at, out.r0.data() + 2 * at,
+                     dot ? out.bytes.data() + at : nullptr,
+                     dot ? reinterpret_cast<int32_t*>(out.prefix.data() + 1 + at) : nullptr);
+  };
   int64_t copied = 0;
   if (row_hi < row_lo) {
     // Nothing in reach: the margin alone.
@@ -563,20 +705,22 @@ bool BuildByteWindow(const img::float_image& im,
     const int64_t end = std::min(row_lo * w + count, w * h);
     for (int64_t k = row_lo * w, y = row_lo; k < end; ++y) {
       const int64_t n = std::min(w, end - k);
-      if (!CopyBytes(img::pixel(im, 0, uint32_t(y)), n, out.bg.data() + 2 * copied,
-                     out.r0.data() + 2 * copied))
-        return false;
+      if (!copy(img::pixel(im, 0, uint32_t(y)), n, copied)) return false;
       k += n;
       copied += n;
     }
   } else {
     for (int64_t y = row_lo; y <= row_hi; ++y, copied += out.stride)
-      if (!CopyBytes(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride,
-                     out.bg.data() + 2 * copied, out.r0.data() + 2 * copied))
-        return false;
+      if (!copy(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride, copied)) return false;
   }
   std::fill(out.bg.begin() + 2 * copied, out.bg.end(), int16_t(0));
   std::fill(out.r0.begin() + 2 * copied, out.r0.end(), int16_t(0));
+  if (dot) {
+    std::fill(out.bytes.begin() + copied, out.bytes.end(), 0u);
+    std::fill(out.prefix.begin() + 1 + copied, out.prefix.end(), 0u);
+    out.prefix[0] = 0;
+    for (size_t k = 1; k < out.prefix.size(); ++k) out.prefix[k] += out.prefix[k - 1];
+  }
   return true;
 }
 

@@ -31,21 +31,29 @@ constexpr uint32_t kMaxBytePixels = uint32_t(INT32_MAX / kMaxByteTerm);
 // in the next row, and past the picture's end the planes read zeros;
 // otherwise only the columns in reach are kept. A margin behind the last
 // pixel takes the over-reach of the last vector.
+//
+// For the dot-product kernel also the colours as bytes (blue | green << 8 |
+// red << 16) and the running sums, wrapping in 32 bits, of
+// G(u) = |u|² - 256 (blue + green + red) over the planes' order: the sum of
+// G over a run of consecutive plane pixels is the difference of two.
 struct ByteWindow {
   int64_t row0 = 0, col0 = 0, stride = 0;
   std::vector<int16_t> bg, r0;
+  std::vector<uint32_t> bytes, prefix;  // empty unless asked for
 
   int64_t index(int64_t row, int64_t col) const { return (row - row0) * stride + col - col0; }
 };
 
 // Copies rows row_lo..row_hi, columns col_lo..col_hi of `im` (col_hi may pass
-// the width: then whole rows, continued linearly). False, with `out` in no
-// useful state, when a value is not an integer from 0 to 255.
+// the width: then whole rows, continued linearly), with the planes of the
+// dot-product kernel when `isa` uses it. False, with `out` in no useful
+// state, when a value is not an integer from 0 to 255.
 bool BuildByteWindow(const img::float_image& im,
                      int64_t row_lo,
                      int64_t row_hi,
                      int64_t col_lo,
                      int64_t col_hi,
+                     Isa isa,
                      ByteWindow& out);
 
 // Each scanned segment's pixels in row order, with their colour in `first`:
