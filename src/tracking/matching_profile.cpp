@@ -298,7 +298,15 @@ bool ByteRoute(Segmentation& seg,
   // Kept by the thread, so that a frame does not clear and fault in new pages.
   thread_local detail::ByteWindow window;
   const detail::Isa isa = PickIsa();
-  if (!detail::BuildByteWindow(second, row_lo, row_hi, col_lo, col_hi, isa, window)) return false;
+  detail::PlanByteWindow(second, row_lo, row_hi, col_lo, col_hi, isa, window);
+  // The copy in two parts, one per thread for a large window.
+  std::atomic<bool> bytes{true};
+  ForSegmentHalves(2, 1, uint64_t(window.count) * 32, [&](int32_t lo, int32_t hi) {
+    for (int32_t part = lo; part < hi; ++part)
+      if (!detail::FillByteWindow(second, window, part, 2)) bytes = false;
+  });
+  if (!bytes) return false;
+  detail::FinishByteWindow(window, 2);
 
   const std::vector<uint32_t>& start = *lists.start;
   const detail::ByteScan job{&seg,  &window, start.data(), lists.pixels->data(),

@@ -661,67 +661,76 @@ bool CopyBytes(const float* p, int64_t n, int16_t* bg, int16_t* r0, uint32_t* by
 
 }  // namespace
 
-bool BuildByteWindow(const img::float_image& im,
-                     int64_t row_lo,
-                     int64_t row_hi,
-                     int64_t col_lo,
-                     int64_t col_hi,
-                     Isa isa,
-                     ByteWindow& out) {
+void PlanByteWindow(const img::float_image& im,
+                    int64_t row_lo,
+                    int64_t row_hi,
+                    int64_t col_lo,
+                    int64_t col_hi,
+                    Isa isa,
+                    ByteWindow& out) {
   constexpr int64_t kMargin = Avx512Kernel::kPixels;
   const int64_t w = im.width, h = im.height;
   out.row0 = row_lo;
-  int64_t count;
   if (row_hi < row_lo) {
     out.col0 = 0;
     out.stride = 1;
-    count = kMargin;
+    out.copied = 0;
+    out.count = kMargin;
   } else if (col_hi >= w) {
     out.col0 = 0;
     out.stride = w;
-    count = (row_hi - row_lo) * w + col_hi + 1 + kMargin;
+    out.count = (row_hi - row_lo) * w + col_hi + 1 + kMargin;
+    out.copied = std::min(out.count, w * h - row_lo * w);
   } else {
     out.col0 = col_lo;
     out.stride = col_hi - col_lo + 1;
-    count = (row_hi - row_lo + 1) * out.stride + kMargin;
+    out.copied = (row_hi - row_lo + 1) * out.stride;
+    out.count = out.copied + kMargin;
   }
-  // Reused buffers: every element is written below, the picture's values
-  // or zeros. G goes to `prefix` first and is summed up at the end.
+  // Reused buffers: every element is written by the parts.
   const bool dot = isa == Isa::Avx512;
-  out.bg.resize(size_t(2 * count));
-  out.r0.resize(size_t(2 * count));
-  out.bytes.resize(dot ? size_t(count) : 0);
-  out.prefix.resize(dot ? size_t(count) + 1 : 0);
+  out.bg.resize(size_t(2 * out.count));
+  out.r0.resize(size_t(2 * out.count));
+  out.bytes.resize(dot ? size_t(out.count) : 0);
+  out.prefix.resize(dot ? size_t(out.count) + 1 : 0);
+}
+
+bool FillByteWindow(const img::float_image& im, ByteWindow& out, int part, int parts) {
+  const int64_t lo = out.count * part / parts, hi = out.count * (part + 1) / parts;
+  const bool dot = !out.prefix.empty();
+  // G goes to `prefix` shifted by one, and is summed up within the part.
   auto copy = [&](const float* p, int64_t n, int64_t at) {
     return CopyBytes(p, n, out.bg.data() + 2 * at, out.r0.data() + 2 * at,
                      dot ? out.bytes.data() + at : nullptr,
                      dot ? reinterpret_cast<int32_t*>(out.prefix.data() + 1 + at) : nullptr);
   };
-  int64_t copied = 0;
-  if (row_hi < row_lo) {
-    // Nothing in reach: the margin alone.
-  } else if (out.stride == w && out.col0 == 0) {
-    // Linear: rows continue into the next, zeros past the picture's end.
-    const int64_t end = std::min(row_lo * w + count, w * h);
-    for (int64_t k = row_lo * w, y = row_lo; k < end; ++y) {
-      const int64_t n = std::min(w, end - k);
-      if (!copy(img::pixel(im, 0, uint32_t(y)), n, copied)) return false;
-      k += n;
-      copied += n;
-    }
-  } else {
-    for (int64_t y = row_lo; y <= row_hi; ++y, copied += out.stride)
-      if (!copy(img::pixel(im, uint32_t(col_lo), uint32_t(y)), out.stride, copied)) return false;
+  const int64_t end = std::min(hi, out.copied);
+  for (int64_t k = lo; k < end;) {
+    // Plane index k is column (k % stride) of row (k / stride) from row0,
+    // continuing linearly into the next rows when the rows are whole.
+    const int64_t row = out.row0 + k / out.stride, col = out.col0 + k % out.stride;
+    const int64_t n = std::min(end - k, out.stride - k % out.stride);
+    if (!copy(img::pixel(im, uint32_t(col), uint32_t(row)), n, k)) return false;
+    k += n;
   }
-  std::fill(out.bg.begin() + 2 * copied, out.bg.end(), int16_t(0));
-  std::fill(out.r0.begin() + 2 * copied, out.r0.end(), int16_t(0));
+  const int64_t zeros = std::max(lo, std::min(hi, out.copied));
+  std::fill(out.bg.begin() + 2 * zeros, out.bg.begin() + 2 * hi, int16_t(0));
+  std::fill(out.r0.begin() + 2 * zeros, out.r0.begin() + 2 * hi, int16_t(0));
   if (dot) {
-    std::fill(out.bytes.begin() + copied, out.bytes.end(), 0u);
-    std::fill(out.prefix.begin() + 1 + copied, out.prefix.end(), 0u);
-    out.prefix[0] = 0;
-    for (size_t k = 1; k < out.prefix.size(); ++k) out.prefix[k] += out.prefix[k - 1];
+    std::fill(out.bytes.begin() + zeros, out.bytes.begin() + hi, 0u);
+    std::fill(out.prefix.begin() + 1 + zeros, out.prefix.begin() + 1 + hi, 0u);
+    if (part == 0) out.prefix[0] = 0;
+    for (int64_t k = lo + 1; k < hi; ++k) out.prefix[size_t(k + 1)] += out.prefix[size_t(k)];
   }
   return true;
+}
+
+void FinishByteWindow(ByteWindow& out, int parts) {
+  for (int part = 1; part < parts && !out.prefix.empty(); ++part) {
+    const int64_t lo = out.count * part / parts, hi = out.count * (part + 1) / parts;
+    const uint32_t before = out.prefix[size_t(lo)];
+    for (int64_t k = lo; k < hi; ++k) out.prefix[size_t(k + 1)] += before;
+  }
 }
 
 bool GatherBytePixels(const Segmentation& seg,

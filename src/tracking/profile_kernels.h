@@ -38,23 +38,29 @@ constexpr uint32_t kMaxBytePixels = uint32_t(INT32_MAX / kMaxByteTerm);
 // G over a run of consecutive plane pixels is the difference of two.
 struct ByteWindow {
   int64_t row0 = 0, col0 = 0, stride = 0;
+  int64_t count = 0;   // pixels in the planes, margin included
+  int64_t copied = 0;  // of them, taken from the picture; the rest are zeros
   std::vector<int16_t> bg, r0;
   std::vector<uint32_t> bytes, prefix;  // empty unless asked for
 
   int64_t index(int64_t row, int64_t col) const { return (row - row0) * stride + col - col0; }
 };
 
-// Copies rows row_lo..row_hi, columns col_lo..col_hi of `im` (col_hi may pass
-// the width: then whole rows, continued linearly), with the planes of the
-// dot-product kernel when `isa` uses it. False, with `out` in no useful
-// state, when a value is not an integer from 0 to 255.
-bool BuildByteWindow(const img::float_image& im,
-                     int64_t row_lo,
-                     int64_t row_hi,
-                     int64_t col_lo,
-                     int64_t col_hi,
-                     Isa isa,
-                     ByteWindow& out);
+// Sizes `out` for rows row_lo..row_hi, columns col_lo..col_hi of `im`
+// (col_hi may pass the width: then whole rows, continued linearly), with
+// the planes of the dot-product kernel when `isa` uses it.
+void PlanByteWindow(const img::float_image& im,
+                    int64_t row_lo,
+                    int64_t row_hi,
+                    int64_t col_lo,
+                    int64_t col_hi,
+                    Isa isa,
+                    ByteWindow& out);
+// Fills share `part` of `parts` of the planes; the parts may run at once.
+// False when a value there is not an integer from 0 to 255.
+bool FillByteWindow(const img::float_image& im, ByteWindow& out, int part, int parts);
+// Completes the running sums once every part is filled.
+void FinishByteWindow(ByteWindow& out, int parts);
 
 // Each scanned segment's pixels in row order, with their colour in `first`:
 // segment s gets pixels[start[s]] to pixels[start[s + 1] - 1]. False when
