@@ -68,8 +68,13 @@ void RawProfiles(Segmentation& seg,
 
 // The whole profile stage on `target` against seg.image (which must be
 // set): statistics, then mode 0 (raw profiles) or mode 1 (self-compared).
+// What depends on the reference alone (the self profiles, the reference's
+// pixels) is kept in seg.profile_cache for the next target frame, until the
+// statistics are recomputed or seg.image changes; a reference picture
+// changed in place needs create() or statistics_valid = false.
 // The foreign-ring modes 2 and 3 are not built: they throw
-// std::invalid_argument, as does a missing reference picture.
+// std::invalid_argument, as do a missing reference picture, a picture of
+// another size and parameters out of range; profiles are then untouched.
 void BuildProfiles(Segmentation& seg,
                    const img::float_image& target,
                    const ProfileParams& params,

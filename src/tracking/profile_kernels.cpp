@@ -1,9 +1,10 @@
 // Instruction-set variants of the profile loops. Each variant is one entry
 // function with the target attribute and `flatten`: the shared templates
 // below are inlined into it and compiled for its instruction set, so the
-// intrinsics of the kernels inline as well. Helpers that are not always
-// inlined (as at -O0) take no vector arguments, so their calling convention
-// does not depend on the instruction set.
+// intrinsics of the kernels inline as well. The templates pass the kernels
+// only pointers and integers; a function that takes or returns a vector
+// carries its instruction set's target attribute, so that its calling
+// convention is the same wherever it is called (at -O0 nothing is inlined).
 #include "tracking/profile_kernels.h"
 
 #include <immintrin.h>
@@ -26,9 +27,9 @@ struct RunPixel {
 };
 
 // The kernels: Term is the byte route's metric for kPixels consecutive plane
-// pixels; Sum adds it over all pixels of a run at one window offset into
-// kPixels cells; Add adds one window row of one pixel into n cells, the
-// lanes past n left out.
+// pixels; Sum adds it over all pixels of a segment at one window offset
+// into kPixels cells; Add adds one window row of one pixel into n cells,
+// the lanes past n left out. With kDot, DotSum replaces Sum.
 struct Sse2Kernel {
   static constexpr int32_t kPixels = 4;
   static constexpr bool kDot = false;

@@ -220,6 +220,22 @@ TEST(BuildProfiles, SelfComparedEqualsPlainSumOfDifferences) {
       }
 }
 
+// Radii for every shape of the comparison's register groups: one to eight
+// groups of four cells, rows in pairs up to four groups, and the profile
+// as accumulator past eight (radius 16).
+TEST(BuildProfiles, SelfComparedAtEveryRadius) {
+  for (const Values values : {Values::Bytes, Values::Fractions})
+    for (const int32_t radius : {0, 1, 6, 8, 15, 16}) {
+      Scene s = RandomScene(7, true, values);
+      const ProfileParams p{0, 0, ProfileMode::SelfCompared, radius, 1, 2.0f};
+      const auto expected = PlainSelfCompared(s.seg, s.reference, s.target, p);
+      tracking::BuildProfiles(s.seg, s.target, p, false);
+      for (size_t n = 0; n < expected.size(); ++n)
+        ASSERT_EQ(s.seg.segments[n].profile.cells, expected[n].cells)
+            << "radius " << radius << " values " << int(values) << " segment " << n;
+    }
+}
+
 // The self profiles are kept across target frames, and must be measured
 // anew for a new reference, a new segmentation or other parameters.
 TEST(BuildProfiles, KeptSelfProfilesFollowReferenceAndParameters) {
