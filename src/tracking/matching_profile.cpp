@@ -295,8 +295,11 @@ bool ByteRoute(Segmentation& seg,
   col_lo = std::max<int64_t>(col_lo, 0);
   col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
   if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
-  // Kept by the thread, so that a frame does not clear and fault in new pages.
-  thread_local detail::ByteWindow window;
+  // Kept by the calling thread, so that a frame does not clear and fault in
+  // new pages. The helper thread must reach it through `window`: naming the
+  // thread_local there would give the helper's own.
+  thread_local detail::ByteWindow kept;
+  detail::ByteWindow& window = kept;
   const detail::Isa isa = PickIsa();
   detail::PlanByteWindow(second, row_lo, row_hi, col_lo, col_hi, isa, window);
   // The copy in two parts, one per thread for a large window.

@@ -236,6 +236,31 @@ TEST(BuildProfiles, SelfComparedAtEveryRadius) {
     }
 }
 
+// A mask of 320 x 200 pixels: the planes are copied by both threads. Two
+// target frames in a row, the second with the kept self profiles.
+TEST(BuildProfiles, LargeMaskOnEveryInstructionSet) {
+  const img::float_image reference = Textured(480, 360, types::affine::identity(), 8);
+  const img::float_image targets[] = {Textured(480, 360, types::affine::translation(2, -1), 8),
+                                      Textured(480, 360, types::affine::translation(-1.5, 3), 8)};
+  Segmentation plain;
+  plain.create(RectMask(480, 360, 80, 80, 400, 280), 8, 0);
+  tracking::SetStartingMotion(plain, types::affine::translation(1, 0));
+  const ProfileParams p{0, 0, ProfileMode::SelfCompared, 5, 2, 2.0f};
+  std::vector<Raster<double>> expected[2];
+  for (int t = 0; t < 2; ++t) expected[t] = PlainSelfCompared(plain, reference, targets[t], p);
+  for (const auto set : kSets) {
+    const ScanLimit limit(set);
+    Segmentation seg = plain;
+    seg.image = &reference;
+    for (int t = 0; t < 2; ++t) {
+      tracking::BuildProfiles(seg, targets[t], p, false);
+      for (size_t n = 0; n < seg.segments.size(); ++n)
+        ASSERT_EQ(seg.segments[n].profile.cells, expected[t][n].cells)
+            << "set " << int(set) << " frame " << t << " segment " << n;
+    }
+  }
+}
+
 // The self profiles are kept across target frames, and must be measured
 // anew for a new reference, a new segmentation or other parameters.
 TEST(BuildProfiles, KeptSelfProfilesFollowReferenceAndParameters) {
