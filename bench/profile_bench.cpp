@@ -15,11 +15,11 @@ namespace {
 
 constexpr uint32_t kW = 800, kH = 600;
 
-img::float_image Texture(double dx, double dy) {
+img::float_image Texture(uint32_t w, uint32_t h, double dx, double dy) {
   const img::noise_texture texture{7, 12.0};
-  img::float_image out(kW, kH);
-  for (uint32_t y = 0; y < kH; ++y)
-    for (uint32_t x = 0; x < kW; ++x) {
+  img::float_image out(w, h);
+  for (uint32_t y = 0; y < h; ++y)
+    for (uint32_t x = 0; x < w; ++x) {
       uint8_t bgr[3];
       texture.sample(x - dx, y - dy, bgr);
       float* p = img::pixel(out, x, y);
@@ -32,19 +32,23 @@ img::float_image Texture(double dx, double dy) {
 }
 
 const img::float_image& Reference() {
-  static const img::float_image image = Texture(0, 0);
+  static const img::float_image image = Texture(kW, kH, 0, 0);
   return image;
 }
 const img::float_image& Target() {
-  static const img::float_image image = Texture(2, -1);
+  static const img::float_image image = Texture(kW, kH, 2, -1);
   return image;
 }
 
-img::bitmap<img::bit1> Mask() {
-  img::bitmap<img::bit1> mask(kW, kH);
-  for (uint32_t y = 0; y < kH; ++y)
-    for (uint32_t i = 0; i < mask.stride; ++i)
-      mask.rows[y][i] = (y >= 150 && y < 450 && i >= 25 && i < 75) ? 0xFF : 0;
+// A 400 x 300 rectangle at the picture's centre.
+img::bitmap<img::bit1> Mask(uint32_t w = kW, uint32_t h = kH) {
+  img::bitmap<img::bit1> mask(w, h);
+  const uint32_t x0 = (w - 400) / 2, y0 = (h - 300) / 2;
+  for (uint32_t y = 0; y < h; ++y) {
+    for (uint32_t i = 0; i < mask.stride; ++i) mask.rows[y][i] = 0;
+    if (y < y0 || y >= y0 + 300) continue;
+    for (uint32_t x = x0; x < x0 + 400; ++x) mask.rows[y][x >> 3] |= uint8_t(0x80 >> (x & 7));
+  }
   return mask;
 }
 
@@ -113,5 +117,27 @@ void BM_FindMotion(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_FindMotion)->Arg(5)->Arg(15)->Unit(benchmark::kMillisecond);
+
+// Block matching of one target frame as the tracker runs it at "normal" on
+// a 1920 x 1080 shot with a 400 x 300 mask: profiles with the kept self
+// profiles, then the coherent motion search. Argument: the search radius.
+void BM_BlockMatchingFullHd(benchmark::State& state) {
+  static const img::float_image reference = Texture(1920, 1080, 0, 0);
+  static const img::float_image target = Texture(1920, 1080, 2, -1);
+  const VLSegmentParams params;
+  tracking::Segmentation seg;
+  seg.create(Mask(1920, 1080), params.ImageBlockSize, 0);
+  seg.image = &reference;
+  const auto p = tracking::ProfileParamsOf(params, int32_t(state.range(0)));
+  const auto c = tracking::CoherentMotionParamsOf(params);
+  tracking::TieBreaker random;
+  tracking::BuildProfiles(seg, target, p, false);
+  for (auto _ : state) {
+    tracking::SetStartingMotion(seg, types::affine::identity());
+    tracking::BuildProfiles(seg, target, p, false);
+    benchmark::DoNotOptimize(tracking::FindMotion(seg, c, random, nullptr));
+  }
+}
+BENCHMARK(BM_BlockMatchingFullHd)->Arg(5)->Arg(15)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

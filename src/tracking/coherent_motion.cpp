@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <ostream>
 #include <stdexcept>
 
@@ -39,6 +40,123 @@ double Smoothness(const Segmentation& seg) {
     fd += (-1.0 / double(g.neighbours.size())) * double(sum);
   }
   return fd;
+}
+
+// Every segment's neighbours in map order as one flat list, so that the
+// sweeps of an iteration do not walk the maps again.
+struct NeighbourLists {
+  std::vector<uint32_t> start;  // segment s: index[start[s]] .. index[start[s + 1] - 1]
+  std::vector<uint32_t> index;
+
+  explicit NeighbourLists(const Segmentation& seg) {
+    start.reserve(seg.segments.size() + 1);
+    start.push_back(0);
+    for (const GridSegment& g : seg.segments) {
+      for (const auto& [colour, k] : g.neighbours) index.push_back(uint32_t(k));
+      start.push_back(uint32_t(index.size()));
+    }
+  }
+};
+
+// Two lanes, the baseline vector width: wider generic vectors are split
+// badly where the wider instructions are not available.
+using Doubles = double __attribute__((vector_size(16)));
+using Lanes = int64_t __attribute__((vector_size(16)));
+constexpr size_t kLanes = 4;  // two groups of two lanes
+
+// The index of the first cell with the strictly highest value, as a scan
+// from minus the largest double finds it, or 0 when nothing beats that.
+// Each lane keeps the first index of its own highest value; the answer is
+// the smallest of those among the lanes that hold the overall highest.
+// `v` has whole groups of kLanes.
+size_t FirstBest(const std::vector<double>& v) {
+  Doubles best[2] = {{-DBL_MAX, -DBL_MAX}, {-DBL_MAX, -DBL_MAX}};
+  Lanes at[2] = {{0, 0}, {0, 0}}, index[2] = {{0, 1}, {2, 3}};
+  const Lanes step = {int64_t(kLanes), int64_t(kLanes)};
+  for (size_t c = 0; c < v.size(); c += kLanes)
+    for (int h = 0; h < 2; ++h) {
+      Doubles x;
+      std::memcpy(&x, v.data() + c + 2 * h, sizeof x);
+      const Lanes higher = x > best[h];
+      best[h] = higher ? x : best[h];
+      at[h] = higher ? index[h] : at[h];
+      index[h] += step;
+    }
+  double top = -DBL_MAX;
+  for (int h = 0; h < 2; ++h)
+    for (int k = 0; k < 2; ++k) top = best[h][k] > top ? best[h][k] : top;
+  if (!(top > -DBL_MAX)) return 0;
+  size_t first = SIZE_MAX;
+  for (int h = 0; h < 2; ++h)
+    for (int k = 0; k < 2; ++k)
+      if (best[h][k] == top) first = std::min(first, size_t(at[h][k]));
+  return first;
+}
+
+// The sweep of JacobiStep on flat neighbour lists, with scratch kept by
+// the caller.
+struct StepScratch {
+  std::vector<Velocity> previous;
+  std::vector<double> column_part, scores;
+};
+
+inline void StepBody(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
+  sc.previous.resize(seg.segments.size());
+  for (size_t s = 0; s < seg.segments.size(); ++s) sc.previous[s] = VelocityOf(seg.segments[s]);
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    GridSegment& g = seg.segments[s];
+    const int64_t n = int64_t(lists.start[s + 1] - lists.start[s]);
+    const double w = n ? mu / double(n) : 0.0;
+    // Σ_N (i - a_N)² + (j - b_N)² = (n i² - 2 i Σa + Σa²) + (n j² - 2 j Σb + Σb²):
+    // exact integers, so a cell costs the same whatever the number of
+    // neighbours. Both parts and their sum are integers far below 2^53, so
+    // adding them in double gives the exact sum, converted.
+    int64_t sa = 0, saa = 0, sb = 0, sbb = 0;
+    for (uint32_t e = lists.start[s]; e < lists.start[s + 1]; ++e) {
+      const Velocity& v = sc.previous[lists.index[e]];
+      const int64_t a = g.radius_x + v.x - g.shift_x;
+      const int64_t b = g.radius_y + v.y - g.shift_y;
+      sa += a;
+      saa += a * a;
+      sb += b;
+      sbb += b * b;
+    }
+    const int32_t width = g.profile.width, height = g.profile.height;
+    sc.column_part.resize(size_t(width));
+    for (int64_t i = 0; i < width; ++i)
+      sc.column_part[size_t(i)] = double(n * i * i - 2 * i * sa + saa);
+    const size_t cells = size_t(width) * size_t(height);
+    // Padded to whole groups with -inf, which never beats anything.
+    sc.scores.resize((cells + kLanes - 1) / kLanes * kLanes);
+    std::fill(sc.scores.begin() + std::ptrdiff_t(cells), sc.scores.end(), -HUGE_VAL);
+    for (int32_t j = 0; j < height; ++j) {
+      const double row_part = double(n * j * j - 2 * j * sb + sbb);
+      const double* p = g.profile.row(j);
+      double* score = sc.scores.data() + size_t(j) * size_t(width);
+      for (int32_t i = 0; i < width; ++i)
+        score[i] = p[i] - w * (sc.column_part[size_t(i)] + row_part);
+    }
+    const size_t at = FirstBest(sc.scores);
+    g.offset_x = int32_t(at % size_t(std::max(width, 1))) - g.radius_x;
+    g.offset_y = int32_t(at / size_t(std::max(width, 1))) - g.radius_y;
+  }
+}
+
+// The same sweep compiled for the baseline and for AVX2 (wider score
+// loops); both round alike, as no operation is fused.
+void StepBaseline(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
+  StepBody(seg, mu, lists, sc);
+}
+[[gnu::target("avx2"), gnu::flatten]] void StepAvx2(Segmentation& seg,
+                                                    double mu,
+                                                    const NeighbourLists& lists,
+                                                    StepScratch& sc) {
+  StepBody(seg, mu, lists, sc);
+}
+
+void Step(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  (avx2 ? StepAvx2 : StepBaseline)(seg, mu, lists, sc);
 }
 
 void ResetOffsets(Segmentation& seg, const types::affine& T) {
@@ -105,43 +223,8 @@ double Evaluate(const Segmentation& seg,
 }
 
 void JacobiStep(Segmentation& seg, double mu) {
-  std::vector<Velocity> previous(seg.segments.size());
-  for (size_t s = 0; s < seg.segments.size(); ++s) previous[s] = VelocityOf(seg.segments[s]);
-  std::vector<int64_t> column_part;
-  for (GridSegment& g : seg.segments) {
-    const int64_t n = int64_t(g.neighbours.size());
-    const double w = n ? mu / double(n) : 0.0;
-    // Σ_N (i - a_N)² + (j - b_N)² = (n i² - 2 i Σa + Σa²) + (n j² - 2 j Σb + Σb²):
-    // exact integers, so a cell costs the same whatever the number of neighbours.
-    int64_t sa = 0, saa = 0, sb = 0, sbb = 0;
-    for (const auto& [colour, k] : g.neighbours) {
-      const int64_t a = g.radius_x + previous[k].x - g.shift_x;
-      const int64_t b = g.radius_y + previous[k].y - g.shift_y;
-      sa += a;
-      saa += a * a;
-      sb += b;
-      sbb += b * b;
-    }
-    const int32_t width = g.profile.width, height = g.profile.height;
-    column_part.resize(size_t(width));
-    for (int64_t i = 0; i < width; ++i) column_part[size_t(i)] = n * i * i - 2 * i * sa + saa;
-    double best = -DBL_MAX;
-    int32_t best_i = 0, best_j = 0;
-    for (int32_t j = 0; j < height; ++j) {
-      const int64_t row_part = n * j * j - 2 * j * sb + sbb;
-      const double* p = g.profile.row(j);
-      for (int32_t i = 0; i < width; ++i) {
-        const double score = p[i] - w * double(column_part[size_t(i)] + row_part);
-        if (score > best) {
-          best = score;
-          best_i = i;
-          best_j = j;
-        }
-      }
-    }
-    g.offset_x = best_i - g.radius_x;
-    g.offset_y = best_j - g.radius_y;
-  }
+  StepScratch scratch;
+  Step(seg, mu, NeighbourLists(seg), scratch);
 }
 
 void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream* log) {
@@ -149,13 +232,15 @@ void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream
   double f = Evaluate(seg, params, mu, true, log);
   if (log) *log << "F(initial approximation) = " << f << '\n';
   const double tolerance = params.tolerance;
+  const NeighbourLists lists(seg);
+  StepScratch scratch;
   for (int t = 0;; ++t) {
     if (t == params.max_iterations) {
       if (log) *log << "maximum iterations number exceeded.\n";
       return;
     }
     if (f == 0) return;  // perfect match and perfect coherence
-    JacobiStep(seg, mu);
+    Step(seg, mu, lists, scratch);
     const double mu_old = mu;
     const double f_new = Evaluate(seg, params, mu, false, log);
     if (log) *log << "F(step " << t << ") = " << f_new << '\n';
