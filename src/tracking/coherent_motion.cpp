@@ -3,6 +3,7 @@
 #include "tracking/coherent_motion.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -60,46 +61,92 @@ struct NeighbourLists {
 
 // Two lanes, the baseline vector width: wider generic vectors are split
 // badly where the wider instructions are not available.
-using Doubles = double __attribute__((vector_size(16)));
-using Lanes = int64_t __attribute__((vector_size(16)));
-constexpr size_t kLanes = 4;  // two groups of two lanes
+// Vector types of the sweep: two lanes for the baseline, four with AVX2.
+// Generic vectors wider than the instruction set are split badly, hence
+// one set per build of the sweep.
+struct Narrow {
+  using Doubles = double __attribute__((vector_size(16)));
+  using Lanes = int64_t __attribute__((vector_size(16)));
+  static constexpr int kLanes = 2;
+};
+struct Wide {
+  using Doubles = double __attribute__((vector_size(32)));
+  using Lanes = int64_t __attribute__((vector_size(32)));
+  static constexpr int kLanes = 4;
+};
+struct StepScratch {
+  std::vector<Velocity> previous;
+  std::vector<double> column_part;
+};
 
-// The index of the first cell with the strictly highest value, as a scan
-// from minus the largest double finds it, or 0 when nothing beats that.
-// Each lane keeps the first index of its own highest value; the answer is
-// the smallest of those among the lanes that hold the overall highest.
-// `v` has whole groups of kLanes.
-size_t FirstBest(const std::vector<double>& v) {
-  Doubles best[2] = {{-DBL_MAX, -DBL_MAX}, {-DBL_MAX, -DBL_MAX}};
-  Lanes at[2] = {{0, 0}, {0, 0}}, index[2] = {{0, 1}, {2, 3}};
-  const Lanes step = {int64_t(kLanes), int64_t(kLanes)};
-  for (size_t c = 0; c < v.size(); c += kLanes)
-    for (int h = 0; h < 2; ++h) {
-      Doubles x;
-      std::memcpy(&x, v.data() + c + 2 * h, sizeof x);
-      const Lanes higher = x > best[h];
-      best[h] = higher ? x : best[h];
-      at[h] = higher ? index[h] : at[h];
-      index[h] += step;
+// The cell of one segment with the first strictly highest score, p - w
+// (column part + row part) as the plain search computes it, in row order;
+// cell 0 when nothing beats minus the largest double. For rows of at least
+// L cells: groups of L, the last one ending at the row's end, so that it may
+// see some cells again (with the same score and index, which changes
+// nothing). Every lane keeps the first index of its own highest score, its
+// indices only growing; the answer is the smallest of those among the lanes
+// that hold the overall highest. Even and odd rows go to two sets of lanes,
+// so that two comparisons are in flight.
+template <class V>
+inline int64_t BestCell(const Raster<double>& profile,
+                        const double* column_part,
+                        double w,
+                        int64_t n,
+                        int64_t sb,
+                        int64_t sbb) {
+  using Doubles = typename V::Doubles;
+  using Lanes = typename V::Lanes;
+  constexpr int L = V::kLanes;
+  const int32_t width = profile.width, height = profile.height;
+  if (width < L) {
+    double best = -DBL_MAX;
+    int64_t first = 0;
+    for (int32_t j = 0; j < height; ++j) {
+      const double row_part = double(n * j * j - 2 * j * sb + sbb);
+      for (int32_t i = 0; i < width; ++i) {
+        const double score = profile.at(i, j) - w * (column_part[i] + row_part);
+        if (score > best) {
+          best = score;
+          first = int64_t(j) * width + i;
+        }
+      }
     }
+    return first;
+  }
+  Lanes lane;
+  for (int k = 0; k < L; ++k) lane[k] = k;
+  const Doubles weight = Doubles{} + w, lowest = Doubles{} - DBL_MAX;
+  Doubles best[2] = {lowest, lowest};
+  Lanes at[2] = {Lanes{}, Lanes{}};
+  const int32_t last = width - L;  // start of the last group
+  for (int32_t j = 0; j < height; ++j) {
+    const int h = j & 1;
+    const Doubles row_part = Doubles{} + double(n * j * j - 2 * j * sb + sbb);
+    const double* p = profile.row(j);
+    for (int32_t i = 0; i < width; i += L) {
+      const int32_t from = std::min(i, last);
+      Doubles x, column;
+      std::memcpy(&x, p + from, sizeof x);
+      std::memcpy(&column, column_part + from, sizeof column);
+      const Doubles score = x - weight * (column + row_part);
+      const Lanes higher = score > best[h];
+      best[h] = higher ? score : best[h];
+      at[h] = higher ? lane + (int64_t(j) * width + from) : at[h];
+    }
+  }
   double top = -DBL_MAX;
   for (int h = 0; h < 2; ++h)
-    for (int k = 0; k < 2; ++k) top = best[h][k] > top ? best[h][k] : top;
+    for (int k = 0; k < L; ++k) top = best[h][k] > top ? best[h][k] : top;
   if (!(top > -DBL_MAX)) return 0;
-  size_t first = SIZE_MAX;
+  int64_t first = INT64_MAX;
   for (int h = 0; h < 2; ++h)
-    for (int k = 0; k < 2; ++k)
-      if (best[h][k] == top) first = std::min(first, size_t(at[h][k]));
+    for (int k = 0; k < L; ++k)
+      if (best[h][k] == top) first = std::min(first, int64_t(at[h][k]));
   return first;
 }
 
-// The sweep of JacobiStep on flat neighbour lists, with scratch kept by
-// the caller.
-struct StepScratch {
-  std::vector<Velocity> previous;
-  std::vector<double> column_part, scores;
-};
-
+template <class V>
 inline void StepBody(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
   sc.previous.resize(seg.segments.size());
   for (size_t s = 0; s < seg.segments.size(); ++s) sc.previous[s] = VelocityOf(seg.segments[s]);
@@ -121,42 +168,34 @@ inline void StepBody(Segmentation& seg, double mu, const NeighbourLists& lists, 
       sb += b;
       sbb += b * b;
     }
-    const int32_t width = g.profile.width, height = g.profile.height;
+    const int32_t width = g.profile.width;
     sc.column_part.resize(size_t(width));
     for (int64_t i = 0; i < width; ++i)
       sc.column_part[size_t(i)] = double(n * i * i - 2 * i * sa + saa);
-    const size_t cells = size_t(width) * size_t(height);
-    // Padded to whole groups with -inf, which never beats anything.
-    sc.scores.resize((cells + kLanes - 1) / kLanes * kLanes);
-    std::fill(sc.scores.begin() + std::ptrdiff_t(cells), sc.scores.end(), -HUGE_VAL);
-    for (int32_t j = 0; j < height; ++j) {
-      const double row_part = double(n * j * j - 2 * j * sb + sbb);
-      const double* p = g.profile.row(j);
-      double* score = sc.scores.data() + size_t(j) * size_t(width);
-      for (int32_t i = 0; i < width; ++i)
-        score[i] = p[i] - w * (sc.column_part[size_t(i)] + row_part);
-    }
-    const size_t at = FirstBest(sc.scores);
-    g.offset_x = int32_t(at % size_t(std::max(width, 1))) - g.radius_x;
-    g.offset_y = int32_t(at / size_t(std::max(width, 1))) - g.radius_y;
+    const int64_t cell = BestCell<V>(g.profile, sc.column_part.data(), w, n, sb, sbb);
+    g.offset_x = int32_t(cell % std::max(width, 1)) - g.radius_x;
+    g.offset_y = int32_t(cell / std::max(width, 1)) - g.radius_y;
   }
 }
 
 // The same sweep compiled for the baseline and for AVX2 (wider score
 // loops); both round alike, as no operation is fused.
 void StepBaseline(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
-  StepBody(seg, mu, lists, sc);
+  StepBody<Narrow>(seg, mu, lists, sc);
 }
 [[gnu::target("avx2"), gnu::flatten]] void StepAvx2(Segmentation& seg,
                                                     double mu,
                                                     const NeighbourLists& lists,
                                                     StepScratch& sc) {
-  StepBody(seg, mu, lists, sc);
+  StepBody<Wide>(seg, mu, lists, sc);
 }
+
+std::atomic<bool> baseline_only{false};
 
 void Step(Segmentation& seg, double mu, const NeighbourLists& lists, StepScratch& sc) {
   static const bool avx2 = __builtin_cpu_supports("avx2");
-  (avx2 ? StepAvx2 : StepBaseline)(seg, mu, lists, sc);
+  const bool wide = avx2 && !baseline_only.load(std::memory_order_relaxed);
+  (wide ? StepAvx2 : StepBaseline)(seg, mu, lists, sc);
 }
 
 void ResetOffsets(Segmentation& seg, const types::affine& T) {
@@ -220,6 +259,10 @@ double Evaluate(const Segmentation& seg,
   }
   if (log) *log << "mu=" << mu << "\t\tFc=" << fc << "\tFd=" << fd << '\n';
   return fc + mu * fd;
+}
+
+void LimitCoherentMotionToBaseline(bool limit) {
+  baseline_only.store(limit, std::memory_order_relaxed);
 }
 
 void JacobiStep(Segmentation& seg, double mu) {
