@@ -26,23 +26,6 @@ int32_t RoundHalfAway(double v) {
   return int32_t(v >= 0 ? v + 0.5 : v - 0.5);
 }
 
-// Fd: minus the squared velocity differences to the neighbours, each
-// segment's share weighed by 1 / n. A self-entry adds 0 but counts in n.
-double Smoothness(const Segmentation& seg) {
-  double fd = 0;
-  for (const GridSegment& g : seg.segments) {
-    if (g.neighbours.empty()) continue;
-    const Velocity v = VelocityOf(g);
-    int64_t sum = 0;
-    for (const auto& [colour, n] : g.neighbours) {
-      const Velocity u = VelocityOf(seg.segments[n]);
-      sum += (v.x - u.x) * (v.x - u.x) + (v.y - u.y) * (v.y - u.y);
-    }
-    fd += (-1.0 / double(g.neighbours.size())) * double(sum);
-  }
-  return fd;
-}
-
 // Every segment's neighbours in map order as one flat list, so that the
 // sweeps of an iteration do not walk the maps again.
 struct NeighbourLists {
@@ -59,8 +42,46 @@ struct NeighbourLists {
   }
 };
 
-// Two lanes, the baseline vector width: wider generic vectors are split
-// badly where the wider instructions are not available.
+// Fd: minus the squared velocity differences to the neighbours, each
+// segment's share weighed by 1 / n. A self-entry adds 0 but counts in n.
+double Smoothness(const Segmentation& seg, const NeighbourLists& lists) {
+  double fd = 0;
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    const uint32_t first = lists.start[s], end = lists.start[s + 1];
+    if (first == end) continue;
+    const Velocity v = VelocityOf(seg.segments[s]);
+    int64_t sum = 0;
+    for (uint32_t e = first; e < end; ++e) {
+      const Velocity u = VelocityOf(seg.segments[lists.index[e]]);
+      sum += (v.x - u.x) * (v.x - u.x) + (v.y - u.y) * (v.y - u.y);
+    }
+    fd += (-1.0 / double(end - first)) * double(sum);
+  }
+  return fd;
+}
+
+// Evaluate on flat neighbour lists.
+double EvaluateWith(const Segmentation& seg,
+                    const NeighbourLists& lists,
+                    const CoherentMotionParams& params,
+                    double& mu,
+                    bool first,
+                    std::ostream* log) {
+  const double fc = MotionQuality(seg);
+  const double fd = Smoothness(seg, lists);
+  if (params.mu_mode == MuMode::Every || (params.mu_mode == MuMode::First && first)) {
+    const double k = params.mu_ratio;
+    if (k == 0)
+      mu = 10000000000.0;
+    else if (fd == 0)
+      mu = 0;
+    else
+      mu = (1 - k) * fc / (k * fd);
+  }
+  if (log) *log << "mu=" << mu << "\t\tFc=" << fc << "\tFd=" << fd << '\n';
+  return fc + mu * fd;
+}
+
 // Vector types of the sweep: two lanes for the baseline, four with AVX2.
 // Generic vectors wider than the instruction set are split badly, hence
 // one set per build of the sweep.
@@ -246,19 +267,7 @@ double Evaluate(const Segmentation& seg,
                 double& mu,
                 bool first,
                 std::ostream* log) {
-  const double fc = MotionQuality(seg);
-  const double fd = Smoothness(seg);
-  if (params.mu_mode == MuMode::Every || (params.mu_mode == MuMode::First && first)) {
-    const double k = params.mu_ratio;
-    if (k == 0)
-      mu = 10000000000.0;
-    else if (fd == 0)
-      mu = 0;
-    else
-      mu = (1 - k) * fc / (k * fd);
-  }
-  if (log) *log << "mu=" << mu << "\t\tFc=" << fc << "\tFd=" << fd << '\n';
-  return fc + mu * fd;
+  return EvaluateWith(seg, NeighbourLists(seg), params, mu, first, log);
 }
 
 void LimitCoherentMotionToBaseline(bool limit) {
@@ -272,10 +281,10 @@ void JacobiStep(Segmentation& seg, double mu) {
 
 void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream* log) {
   double mu = params.mu;
-  double f = Evaluate(seg, params, mu, true, log);
+  const NeighbourLists lists(seg);
+  double f = EvaluateWith(seg, lists, params, mu, true, log);
   if (log) *log << "F(initial approximation) = " << f << '\n';
   const double tolerance = params.tolerance;
-  const NeighbourLists lists(seg);
   StepScratch scratch;
   for (int t = 0;; ++t) {
     if (t == params.max_iterations) {
@@ -285,7 +294,7 @@ void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream
     if (f == 0) return;  // perfect match and perfect coherence
     Step(seg, mu, lists, scratch);
     const double mu_old = mu;
-    const double f_new = Evaluate(seg, params, mu, false, log);
+    const double f_new = EvaluateWith(seg, lists, params, mu, false, log);
     if (log) *log << "F(step " << t << ") = " << f_new << '\n';
     // Neither quotient is taken in absolute value: a functional that got
     // worse, or a falling mu, ends the loop as well.
