@@ -67,6 +67,11 @@ double Evaluate(const Segmentation& seg,
 // profile and the previous sweep's velocities of its neighbours.
 void JacobiStep(Segmentation& seg, double mu);
 
+// The sweep uses AVX2 where the processor has it (the results are the same);
+// `limit` keeps it to the baseline, so that the tests can hold both against
+// the plain search.
+void LimitCoherentMotionToBaseline(bool limit);
+
 // Sweeps until the functional and mu settle, F is exactly 0 (nothing to
 // improve) or max_iterations is reached; logs each value of F.
 void Iterate(Segmentation& seg, const CoherentMotionParams& params, std::ostream* log);

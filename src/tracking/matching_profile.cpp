@@ -1,11 +1,16 @@
 // Profile building. The raw scan is the tracker's hottest loop: every mask
-// pixel is compared with (2Q+1) squared positions. It therefore runs on
-// planar copies of the second picture (one contiguous float run per channel,
-// so that a window row is one linear walk with no branch), with the metric
-// and the colour source chosen once by template. Results must equal the
-// plain pixel-by-pixel scan bit for bit: every profile cell receives its
-// terms in the same order (pixels in row order), and each term is computed
-// the same way.
+// pixel is compared with (2Q+1) squared positions. Results must equal the
+// plain pixel-by-pixel scan bit for bit.
+//
+// Two routes give them. The byte route (profile_kernels.h) serves the
+// tracker's own case, byte-valued frames with the pixel's colour and the
+// plain metric: its sums are exact integers, so it walks segment by segment
+// and sums in any order. Every other case takes the double scan below: it
+// runs on planar copies of the second picture (one contiguous float run per
+// channel, so that a window row is one linear walk with no branch), with the
+// metric and the colour source chosen once by template, and every profile
+// cell receives its terms in the same order as the plain scan (pixels in row
+// order), each computed the same way.
 #include "tracking/matching_profile.h"
 
 #include <algorithm>
@@ -14,6 +19,8 @@
 #include <cstring>
 #include <stdexcept>
 #include <thread>
+
+#include "tracking/profile_kernels.h"
 
 namespace tracking {
 
@@ -198,7 +205,7 @@ template <unsigned Metric, bool MeanColour>
   ScanBody<Metric, MeanColour>(seg, first, planes, su, active_only, first_segment, end_segment);
 }
 
-std::atomic<bool> baseline_only{false};
+std::atomic<ProfileScanSet> scan_limit{ProfileScanSet::Widest};
 
 ScanFn PickScan(unsigned metric, bool mean_colour) {
   static constexpr ScanFn baseline[3][2] = {{ScanBaseline<0, false>, ScanBaseline<0, true>},
@@ -208,106 +215,122 @@ ScanFn PickScan(unsigned metric, bool mean_colour) {
                                         {ScanAvx2<1, false>, ScanAvx2<1, true>},
                                         {ScanAvx2<2, false>, ScanAvx2<2, true>}};
   static const bool has_avx2 = __builtin_cpu_supports("avx2");
-  const bool wide = has_avx2 && !baseline_only.load(std::memory_order_relaxed);
+  const bool wide =
+      has_avx2 && scan_limit.load(std::memory_order_relaxed) != ProfileScanSet::Baseline;
   return (wide ? avx2 : baseline)[metric][mean_colour ? 1 : 0];
 }
 
-// Runs fn(first, end) over two halves of the segments at once. Each profile
-// is written by the thread that owns its segment only, and every cell keeps
-// the order of its terms, so the results are those of one thread. Small
-// grids are not worth a thread.
+// Runs fn(first, end) over the segments 0..split-1 and split..count-1 at
+// once. Each profile is written by the thread that owns its segment only,
+// and every cell keeps the order of its terms, so the results are those of
+// one thread. Small jobs are not worth a thread.
 template <class Fn>
-void ForSegmentHalves(size_t count, uint64_t work, const Fn& fn) {
-  const int32_t n = int32_t(count);
+void ForSegmentHalves(size_t count, size_t split, uint64_t work, const Fn& fn) {
+  const int32_t n = int32_t(count), m = int32_t(std::min(split, count));
   if (work < 1000000 || count < 2 || std::thread::hardware_concurrency() < 2) {
     fn(0, n);
     return;
   }
-  std::jthread helper([&] { fn(n / 2, n); });
-  fn(0, n / 2);
+  std::jthread helper([&] { fn(m, n); });
+  fn(0, m);
 }
 
-}  // namespace
-
-void LimitProfileScanToBaseline(bool limit) {
-  baseline_only.store(limit, std::memory_order_relaxed);
+detail::Isa PickIsa() {
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  static const bool has_avx512 =
+      __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni");
+  const ProfileScanSet limit = scan_limit.load(std::memory_order_relaxed);
+  if (has_avx512 && limit == ProfileScanSet::Widest) return detail::Isa::Avx512;
+  if (has_avx2 && limit != ProfileScanSet::Baseline) return detail::Isa::Avx2;
+  return detail::Isa::Baseline;
 }
 
-ProfileParams ProfileParamsOf(const VLSegmentParams& params, int32_t radius) {
-  ProfileParams p;
-  p.colour_source = params.profile_colour_source;
-  p.metric = params.profile_metric;
-  p.mode = params.profile_mode;
-  p.radius = radius;
-  p.self_radius = int32_t(params.self_profile_radius);
-  p.variance_scale = params.variance_scale;
-  return p;
+// One flag per segment: whether this call builds its profile.
+std::vector<char> ScanFlags(const Segmentation& seg, bool active_only) {
+  std::vector<char> scan(seg.segments.size(), 1);
+  if (active_only)
+    for (size_t s = 0; s < scan.size(); ++s) scan[s] = seg.segments[s].active ? 1 : 0;
+  return scan;
 }
 
-void SetStartingMotion(Segmentation& seg, const types::affine& T) {
-  seg.positions();
-  for (GridSegment& g : seg.segments) {
-    double px, py;
-    T.apply(g.centre_x, g.centre_y, px, py);
-    g.shift_x = RoundHalfAway(px - g.centre_x);
-    g.shift_y = RoundHalfAway(py - g.centre_y);
+// Whether every scanned segment is small enough for the byte route's 32-bit
+// sums.
+bool SegmentsFitBytes(const Segmentation& seg, const std::vector<char>& scan) {
+  for (size_t s = 0; s < seg.segments.size(); ++s)
+    if (scan[s] && seg.segments[s].pixels > detail::kMaxBytePixels) return false;
+  return true;
+}
+
+// The reference pixels of the byte route, kept by the cache or gathered for
+// one call.
+struct PixelLists {
+  const std::vector<uint32_t>* start = nullptr;
+  const std::vector<ReferencePixel>* pixels = nullptr;
+};
+
+// The byte route of a scan of radius q against `second`, with `self` as in
+// detail::ByteScan. False, with nothing changed, when `second` holds a
+// value other than a byte where the windows reach. Positions must be valid.
+bool ByteRoute(Segmentation& seg,
+               const img::float_image& second,
+               int32_t q,
+               const std::vector<char>& scan,
+               const PixelLists& lists,
+               const std::vector<Raster<double>>* self,
+               int32_t self_radius) {
+  const int64_t h = seg.height;
+  int64_t row_lo = h, row_hi = -1, col_lo = INT64_MAX, col_hi = -1;
+  for (size_t s = 0; s < seg.segments.size(); ++s) {
+    if (!scan[s]) continue;
+    const GridSegment& g = seg.segments[s];
+    row_lo = std::min<int64_t>(row_lo, int64_t(g.top) + g.shift_y - q);
+    row_hi = std::max<int64_t>(row_hi, int64_t(g.bottom) - 1 + g.shift_y + q);
+    col_lo = std::min<int64_t>(col_lo, int64_t(g.left) + g.shift_x - q);
+    col_hi = std::max<int64_t>(col_hi, int64_t(g.right) - 1 + g.shift_x + q);
   }
+  row_lo = std::max<int64_t>(row_lo, 0);
+  row_hi = std::min<int64_t>(row_hi, h - 1);
+  // A window row starts at a column below the height and is 2q+1 long.
+  col_lo = std::max<int64_t>(col_lo, 0);
+  col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
+  if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
+  // Kept by the calling thread, so that a frame does not clear and fault in
+  // new pages. The helper thread must reach it through `window`: naming the
+  // thread_local there would give the helper's own.
+  thread_local detail::ByteWindow kept;
+  detail::ByteWindow& window = kept;
+  const detail::Isa isa = PickIsa();
+  detail::PlanByteWindow(second, row_lo, row_hi, col_lo, col_hi, isa, window);
+  // The copy in two parts, one per thread for a large window.
+  std::atomic<bool> bytes{true};
+  ForSegmentHalves(2, 1, uint64_t(window.count) * 32, [&](int32_t lo, int32_t hi) {
+    for (int32_t part = lo; part < hi; ++part)
+      if (!detail::FillByteWindow(second, window, part, 2)) bytes = false;
+  });
+  if (!bytes) return false;
+  detail::FinishByteWindow(window, 2);
+
+  const std::vector<uint32_t>& start = *lists.start;
+  const detail::ByteScan job{&seg,  &window, start.data(), lists.pixels->data(),
+                             &scan, q,       self,         self_radius};
+  // Split where both halves have about as many pixels.
+  const uint32_t total = start.back();
+  const size_t split =
+      size_t(std::lower_bound(start.begin(), start.end() - 1, total / 2) - start.begin());
+  const uint64_t size = 2 * uint64_t(q) + 1;
+  ForSegmentHalves(seg.segments.size(), split, total * size * size,
+                   [&](int32_t lo, int32_t hi) { detail::RunByteScan(job, isa, lo, hi); });
+  return true;
 }
 
-void ComputeStatistics(Segmentation& seg,
-                       const img::float_image& reference,
-                       float variance_scale,
-                       bool scaled) {
-  CheckSize(seg, reference);
-  if (seg.statistics_valid && seg.statistics_scaled == scaled) return;
-  for (GridSegment& g : seg.segments) {
-    g.mean[0] = g.mean[1] = g.mean[2] = 0;
-    g.variance = 0;
-  }
-  const uint32_t w = seg.width, h = seg.height;
-  for (uint32_t y = 0; y < h; ++y)
-    for (uint32_t x = 0; x < w; ++x) {
-      const int32_t l = seg.label(x, y);
-      if (l < 0) continue;
-      const float* p = img::pixel(reference, x, y);
-      float* m = seg.segments[size_t(l)].mean;
-      m[0] += p[0];
-      m[1] += p[1];
-      m[2] += p[2];
-    }
-  for (GridSegment& g : seg.segments) {
-    const float k = 1.0f / float(g.pixels);
-    g.mean[0] *= k;
-    g.mean[1] *= k;
-    g.mean[2] *= k;
-  }
-  for (uint32_t y = 0; y < h; ++y)
-    for (uint32_t x = 0; x < w; ++x) {
-      const int32_t l = seg.label(x, y);
-      if (l < 0) continue;
-      GridSegment& g = seg.segments[size_t(l)];
-      const float* p = img::pixel(reference, x, y);
-      g.variance += SquaredDifference(g.mean[0], g.mean[1], g.mean[2], p[0], p[1], p[2]);
-    }
-  for (GridSegment& g : seg.segments) {
-    g.variance = g.pixels < 2 ? 0.0 : g.variance / double(g.pixels - 1);
-    if (scaled) g.variance *= double(variance_scale);
-    if (g.variance == 0) g.variance = 0.00001;
-  }
-  seg.statistics_valid = true;
-  seg.statistics_scaled = scaled;
-}
-
-void RawProfiles(Segmentation& seg,
-                 const img::float_image& first,
-                 const img::float_image& second,
-                 int32_t radius,
-                 const ProfileParams& params,
-                 bool active_only) {
-  CheckSize(seg, first);
-  CheckSize(seg, second);
-  if (radius < 0 || radius > 10000) throw std::invalid_argument("search radius out of range");
-  if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
+// The double scan: each cell's terms in the order of the plain scan.
+void RawDouble(Segmentation& seg,
+               const img::float_image& first,
+               const img::float_image& second,
+               int32_t radius,
+               const ProfileParams& params,
+               bool active_only) {
   ScanSetup su;
   su.q = radius;
   su.size = 2 * radius + 1;
@@ -344,7 +367,8 @@ void RawProfiles(Segmentation& seg,
   su.sums = rows.data();
   const ScanFn scan = PickScan(params.metric, params.colour_source != 0);
   ForSegmentHalves(
-      seg.segments.size(), uint64_t(seg.width) * seg.height * su.size * su.size,
+      seg.segments.size(), seg.segments.size() / 2,
+      uint64_t(seg.width) * seg.height * su.size * su.size,
       [&](int32_t lo, int32_t hi) { scan(seg, first, planes, su, active_only, lo, hi); });
 
   for (size_t s = 0; s < seg.segments.size(); ++s) {
@@ -361,6 +385,113 @@ void RawProfiles(Segmentation& seg,
   }
 }
 
+}  // namespace
+
+void LimitProfileScan(ProfileScanSet set) {
+  scan_limit.store(set, std::memory_order_relaxed);
+}
+
+void LimitProfileScanToBaseline(bool limit) {
+  LimitProfileScan(limit ? ProfileScanSet::Baseline : ProfileScanSet::Widest);
+}
+
+ProfileParams ProfileParamsOf(const VLSegmentParams& params, int32_t radius) {
+  ProfileParams p;
+  p.colour_source = params.profile_colour_source;
+  p.metric = params.profile_metric;
+  p.mode = params.profile_mode;
+  p.radius = radius;
+  p.self_radius = int32_t(params.self_profile_radius);
+  p.variance_scale = params.variance_scale;
+  return p;
+}
+
+void SetStartingMotion(Segmentation& seg, const types::affine& T) {
+  seg.positions();
+  for (GridSegment& g : seg.segments) {
+    double px, py;
+    T.apply(g.centre_x, g.centre_y, px, py);
+    g.shift_x = RoundHalfAway(px - g.centre_x);
+    g.shift_y = RoundHalfAway(py - g.centre_y);
+  }
+}
+
+void ComputeStatistics(Segmentation& seg,
+                       const img::float_image& reference,
+                       float variance_scale,
+                       bool scaled) {
+  CheckSize(seg, reference);
+  if (seg.statistics_valid && seg.statistics_scaled == scaled) return;
+  seg.profile_cache = ProfileCache();  // measured with the old statistics
+  for (GridSegment& g : seg.segments) {
+    g.mean[0] = g.mean[1] = g.mean[2] = 0;
+    g.variance = 0;
+  }
+  // Only the segments' bounding boxes hold labelled pixels; each segment
+  // still takes its pixels in row order, on which its float sums depend.
+  seg.positions();
+  uint32_t x0 = seg.width, y0 = seg.height, x1 = 0, y1 = 0;
+  for (const GridSegment& g : seg.segments) {
+    x0 = std::min(x0, uint32_t(g.left));
+    y0 = std::min(y0, uint32_t(g.top));
+    x1 = std::max(x1, uint32_t(g.right));
+    y1 = std::max(y1, uint32_t(g.bottom));
+  }
+  for (uint32_t y = y0; y < y1; ++y)
+    for (uint32_t x = x0; x < x1; ++x) {
+      const int32_t l = seg.label(x, y);
+      if (l < 0) continue;
+      const float* p = img::pixel(reference, x, y);
+      float* m = seg.segments[size_t(l)].mean;
+      m[0] += p[0];
+      m[1] += p[1];
+      m[2] += p[2];
+    }
+  for (GridSegment& g : seg.segments) {
+    const float k = 1.0f / float(g.pixels);
+    g.mean[0] *= k;
+    g.mean[1] *= k;
+    g.mean[2] *= k;
+  }
+  for (uint32_t y = y0; y < y1; ++y)
+    for (uint32_t x = x0; x < x1; ++x) {
+      const int32_t l = seg.label(x, y);
+      if (l < 0) continue;
+      GridSegment& g = seg.segments[size_t(l)];
+      const float* p = img::pixel(reference, x, y);
+      g.variance += SquaredDifference(g.mean[0], g.mean[1], g.mean[2], p[0], p[1], p[2]);
+    }
+  for (GridSegment& g : seg.segments) {
+    g.variance = g.pixels < 2 ? 0.0 : g.variance / double(g.pixels - 1);
+    if (scaled) g.variance *= double(variance_scale);
+    if (g.variance == 0) g.variance = 0.00001;
+  }
+  seg.statistics_valid = true;
+  seg.statistics_scaled = scaled;
+}
+
+void RawProfiles(Segmentation& seg,
+                 const img::float_image& first,
+                 const img::float_image& second,
+                 int32_t radius,
+                 const ProfileParams& params,
+                 bool active_only) {
+  CheckSize(seg, first);
+  CheckSize(seg, second);
+  if (radius < 0 || radius > 10000) throw std::invalid_argument("search radius out of range");
+  if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
+  seg.positions();
+  const std::vector<char> scan = ScanFlags(seg, active_only);
+  if (params.colour_source == 0 && params.metric == 0 && SegmentsFitBytes(seg, scan)) {
+    std::vector<uint32_t> start;
+    std::vector<ReferencePixel> pixels;
+    if (detail::GatherBytePixels(seg, first, scan, start, pixels) &&
+        ByteRoute(seg, second, radius, scan, {&start, &pixels}, nullptr, 0))
+      return;
+  }
+  RawDouble(seg, first, second, radius, params, active_only);
+}
+
 void BuildProfiles(Segmentation& seg,
                    const img::float_image& target,
                    const ProfileParams& params,
@@ -368,63 +499,89 @@ void BuildProfiles(Segmentation& seg,
   if (!seg.image) throw std::invalid_argument("segmentation without reference picture");
   if (params.mode != ProfileMode::Raw && params.mode != ProfileMode::SelfCompared)
     throw std::invalid_argument("profile modes with foreign segments are not built");
-  if (params.radius < 0 || params.self_radius < 0)
+  const int32_t R = params.radius, r = params.self_radius;
+  if (R < 0 || r < 0 || R > 10000 || r > 10000 ||
+      (params.mode != ProfileMode::Raw && R + r > 10000))
     throw std::invalid_argument("profile radius out of range");
+  if (params.metric > 2) throw std::invalid_argument("unknown profile metric");
   const img::float_image& reference = *seg.image;
+  CheckSize(seg, target);
   ComputeStatistics(seg, reference, params.variance_scale, true);
+  seg.positions();
+  const std::vector<char> scan = ScanFlags(seg, active_only);
+
+  // The reference side of the byte route depends on the reference alone and
+  // is kept in the cache; a scan of some segments only gathers its own.
+  ProfileCache& cache = seg.profile_cache;
+  if (cache.reference != &reference) {
+    cache = ProfileCache();
+    cache.reference = &reference;
+  }
+  std::vector<uint32_t> own_start;
+  std::vector<ReferencePixel> own_pixels;
+  PixelLists lists;
+  bool bytes = params.colour_source == 0 && params.metric == 0 && SegmentsFitBytes(seg, scan);
+  if (bytes && active_only) {
+    bytes = detail::GatherBytePixels(seg, reference, scan, own_start, own_pixels);
+    lists = {&own_start, &own_pixels};
+  } else if (bytes) {
+    if (!cache.pixels_gathered) {
+      cache.reference_bytes =
+          detail::GatherBytePixels(seg, reference, scan, cache.pixel_start, cache.pixels);
+      cache.pixels_gathered = true;
+      if (!cache.reference_bytes) cache.pixels.clear();
+    }
+    bytes = cache.reference_bytes;
+    lists = {&cache.pixel_start, &cache.pixels};
+  }
+
   if (params.mode == ProfileMode::Raw) {
-    RawProfiles(seg, reference, target, params.radius, params, active_only);
+    if (!bytes || !ByteRoute(seg, target, R, scan, lists, nullptr, 0))
+      RawDouble(seg, reference, target, R, params, active_only);
     return;
   }
 
-  const int32_t R = params.radius, r = params.self_radius;
-  std::vector<std::pair<int32_t, int32_t>> shifts;
-  shifts.reserve(seg.segments.size());
-  for (GridSegment& g : seg.segments) {
-    shifts.emplace_back(g.shift_x, g.shift_y);
-    g.shift_x = g.shift_y = 0;
-  }
-  RawProfiles(seg, reference, reference, r, params, active_only);
-  std::vector<Raster<double>> self(seg.segments.size());
-  for (size_t s = 0; s < seg.segments.size(); ++s) {
-    GridSegment& g = seg.segments[s];
-    self[s] = std::move(g.profile);
-    g.shift_x = shifts[s].first;
-    g.shift_y = shifts[s].second;
-  }
-
-  RawProfiles(seg, reference, target, R + r, params, active_only);
-  const int32_t size = 2 * R + 1, ssize = 2 * r + 1;
-  const uint64_t work = uint64_t(seg.segments.size()) * size * size * ssize * ssize;
-  ForSegmentHalves(seg.segments.size(), work, [&](int32_t lo, int32_t hi) {
-    std::vector<double> acc(size_t(size), 0.0);
-    for (size_t s = size_t(lo); s < size_t(hi); ++s) {
-      GridSegment& g = seg.segments[s];
-      if (active_only && !g.active) continue;
-      g.profile_counts = Raster<int32_t>();
-      const Raster<double>& C = g.profile;
-      const Raster<double>& S = self[s];
-      Raster<double> out;
-      out.reset(size, size);
-      // Each cell sums its terms over (a, b) in row order of S; the loop over
-      // the cells is innermost so that it walks C linearly.
-      for (int32_t j = 0; j < size; ++j) {
-        std::fill(acc.begin(), acc.end(), 0.0);
-        for (int32_t a = 0; a < ssize; ++a) {
-          const double* srow = S.row(a);
-          for (int32_t b = 0; b < ssize; ++b) {
-            const double sv = srow[b];
-            const double* crow = C.row(j + a) + b;
-            for (int32_t i = 0; i < size; ++i) acc[size_t(i)] += std::fabs(crow[i] - sv);
-          }
-        }
-        double* orow = out.row(j);
-        for (int32_t i = 0; i < size; ++i) orow[i] = -acc[size_t(i)];
-      }
-      g.profile = std::move(out);
-      g.radius_x = g.radius_y = R;
+  // The self profiles: the reference against itself with no shift.
+  std::vector<Raster<double>> fresh;
+  const bool cached = !active_only && cache.self_valid &&
+                      cache.colour_source == params.colour_source &&
+                      cache.metric == params.metric && cache.self_radius == r;
+  if (!cached) {
+    std::vector<std::pair<int32_t, int32_t>> shifts;
+    shifts.reserve(seg.segments.size());
+    for (GridSegment& g : seg.segments) {
+      shifts.emplace_back(g.shift_x, g.shift_y);
+      g.shift_x = g.shift_y = 0;
     }
-  });
+    if (!bytes || !ByteRoute(seg, reference, r, scan, lists, nullptr, 0))
+      RawDouble(seg, reference, reference, r, params, active_only);
+    fresh.resize(seg.segments.size());
+    for (size_t s = 0; s < seg.segments.size(); ++s) {
+      GridSegment& g = seg.segments[s];
+      fresh[s] = std::move(g.profile);
+      g.shift_x = shifts[s].first;
+      g.shift_y = shifts[s].second;
+    }
+    if (!active_only) {
+      cache.self = std::move(fresh);
+      cache.colour_source = params.colour_source;
+      cache.metric = params.metric;
+      cache.self_radius = r;
+      cache.self_valid = true;
+    }
+  }
+  const std::vector<Raster<double>>& self = active_only ? fresh : cache.self;
+
+  // The raw profiles C of radius R + r, each compared with its self profile
+  // as soon as it is done.
+  if (bytes && ByteRoute(seg, target, R + r, scan, lists, &self, r)) return;
+  RawDouble(seg, reference, target, R + r, params, active_only);
+  const uint64_t size = 2 * uint64_t(R) + 1, ssize = 2 * uint64_t(r) + 1;
+  const detail::Isa isa = PickIsa();
+  ForSegmentHalves(
+      seg.segments.size(), seg.segments.size() / 2,
+      uint64_t(seg.segments.size()) * size * size * ssize * ssize,
+      [&](int32_t lo, int32_t hi) { detail::CompareWithSelf(seg, self, R, r, scan, isa, lo, hi); });
 }
 
 }  // namespace tracking

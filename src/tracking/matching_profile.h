@@ -68,16 +68,24 @@ void RawProfiles(Segmentation& seg,
 
 // The whole profile stage on `target` against seg.image (which must be
 // set): statistics, then mode 0 (raw profiles) or mode 1 (self-compared).
+// What depends on the reference alone (the self profiles, the reference's
+// pixels) is kept in seg.profile_cache for the next target frame, until the
+// statistics are recomputed or seg.image changes; a reference picture
+// changed in place needs create() or statistics_valid = false.
 // The foreign-ring modes 2 and 3 are not built: they throw
-// std::invalid_argument, as does a missing reference picture.
+// std::invalid_argument, as do a missing reference picture, a picture of
+// another size and parameters out of range; profiles are then untouched.
 void BuildProfiles(Segmentation& seg,
                    const img::float_image& target,
                    const ProfileParams& params,
                    bool active_only);
 
-// The raw scan uses the widest vector instructions of the processor (the
-// results are the same on all). With `limit`, only the baseline set, so that
-// the tests can hold both against the plain comparison.
+// The profile loops use the widest vector instructions of the processor;
+// the results are the same on all. A limit restricts them, so that the
+// tests can hold every variant against the plain comparison.
+enum class ProfileScanSet { Baseline, Avx2, Widest };
+void LimitProfileScan(ProfileScanSet set);
+// LimitProfileScan(limit ? Baseline : Widest).
 void LimitProfileScanToBaseline(bool limit);
 
 }  // namespace tracking

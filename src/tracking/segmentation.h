@@ -58,6 +58,34 @@ struct GridSegment {
   int32_t shift_x = 0, shift_y = 0;    // expected displacement from the starting motion
 };
 
+// A pixel of a segment with its colour on the reference frame, packed as
+// the exact integer route of the profile stage takes it: blue | green << 16,
+// and red.
+struct ReferencePixel {
+  int32_t x, y, bg, r;
+};
+
+// What the profile stage keeps of a reference frame across target frames.
+// All of it depends only on the reference picture, the pieces and their
+// statistics: recomputing the statistics drops it, and create() forces that.
+struct ProfileCache {
+  const img::float_image* reference = nullptr;  // what it was measured on
+  // The self profiles of the self-compared mode, one per segment, with the
+  // parameters they were made with.
+  bool self_valid = false;
+  unsigned colour_source = 0, metric = 0;
+  int32_t self_radius = 0;
+  std::vector<Raster<double>> self;
+  // Every segment's pixels in row order: segment s holds
+  // pixels[pixel_start[s]] to pixels[pixel_start[s + 1] - 1]. Gathered
+  // once (`pixels_gathered`); `reference_bytes` false when the reference
+  // holds a value other than a byte at a segment's pixel, and the lists
+  // are then not used.
+  bool pixels_gathered = false, reference_bytes = false;
+  std::vector<uint32_t> pixel_start;
+  std::vector<ReferencePixel> pixels;
+};
+
 class Segmentation {
  public:
   std::map<SegmentColour, size_t> index;  // colour to position in `segments`
@@ -67,6 +95,7 @@ class Segmentation {
   uint32_t width = 0, height = 0;
   const img::float_image* image = nullptr;  // the reference frame, not owned
   bool positions_valid = false, statistics_valid = false, statistics_scaled = false;
+  ProfileCache profile_cache;
 
   // Cuts `mask` into pieces of about `block_size` squared pixels whose grid
   // is moved left and up by `grid_offset`, merges the small ones and leaves

@@ -3,9 +3,11 @@
 // searches recovering the known motion of a generated texture.
 #include "tracking/coherent_motion.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <random>
 #include <sstream>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -45,36 +47,56 @@ Segmentation RandomGrid(uint32_t seed, size_t count) {
   return seg;
 }
 
+// Random profiles, and flat ones where the smoothness term alone decides
+// and many cells tie (the first in row order wins); radii 0 to 3, so that
+// rows are narrower and wider than the vector groups; both builds of the
+// sweep.
 TEST(JacobiStep, EqualsPlainSearchOverEveryCell) {
-  for (double mu : {0.0, 0.37, 25.0}) {
-    Segmentation fast = RandomGrid(4, 60);
-    const Segmentation old = fast;
-    Segmentation plain = fast;
-    tracking::JacobiStep(fast, mu);
-    for (GridSegment& g : plain.segments) {
-      double best = -DBL_MAX;
-      int32_t bi = 0, bj = 0;
-      const double w = g.neighbours.empty() ? 0 : mu / double(g.neighbours.size());
-      for (int32_t j = 0; j < 7; ++j)
-        for (int32_t i = 0; i < 7; ++i) {
-          int64_t sum = 0;
-          for (const auto& [colour, k] : g.neighbours) {
-            const GridSegment& n = old.segments[k];
-            const int64_t a = g.radius_x + n.offset_x + n.shift_x - g.shift_x;
-            const int64_t b = g.radius_y + n.offset_y + n.shift_y - g.shift_y;
-            sum += (i - a) * (i - a) + (j - b) * (j - b);
-          }
-          const double score = g.profile.at(i, j) - w * double(sum);
-          if (score > best) best = score, bi = i, bj = j;
+  for (const bool baseline : {false, true})
+    for (const bool flat : {false, true})
+      for (double mu : {0.0, 0.37, 25.0}) {
+        tracking::LimitCoherentMotionToBaseline(baseline);
+        Segmentation fast = RandomGrid(4, 60);
+        for (size_t s = 0; s < fast.segments.size(); ++s) {
+          GridSegment& g = fast.segments[s];
+          g.radius_x = g.radius_y = int32_t(s % 4);
+          g.profile.reset(2 * g.radius_x + 1, 2 * g.radius_y + 1);
+          for (size_t c = 0; c < g.profile.cells.size(); ++c)
+            g.profile.cells[c] = flat ? -1.0 : -double((s * 31 + c * 17) % 1000) / 7;
+          g.offset_x = std::clamp(g.offset_x, -g.radius_x, g.radius_x);
+          g.offset_y = std::clamp(g.offset_y, -g.radius_y, g.radius_y);
         }
-      g.offset_x = bi - 3;
-      g.offset_y = bj - 3;
-    }
-    for (size_t s = 0; s < fast.segments.size(); ++s) {
-      EXPECT_EQ(fast.segments[s].offset_x, plain.segments[s].offset_x) << "mu " << mu << " #" << s;
-      EXPECT_EQ(fast.segments[s].offset_y, plain.segments[s].offset_y) << "mu " << mu << " #" << s;
-    }
-  }
+        const Segmentation old = fast;
+        Segmentation plain = fast;
+        tracking::JacobiStep(fast, mu);
+        tracking::LimitCoherentMotionToBaseline(false);
+        for (GridSegment& g : plain.segments) {
+          double best = -DBL_MAX;
+          int32_t bi = 0, bj = 0;
+          const double w = g.neighbours.empty() ? 0 : mu / double(g.neighbours.size());
+          for (int32_t j = 0; j < g.profile.height; ++j)
+            for (int32_t i = 0; i < g.profile.width; ++i) {
+              int64_t sum = 0;
+              for (const auto& [colour, k] : g.neighbours) {
+                const GridSegment& n = old.segments[k];
+                const int64_t a = g.radius_x + n.offset_x + n.shift_x - g.shift_x;
+                const int64_t b = g.radius_y + n.offset_y + n.shift_y - g.shift_y;
+                sum += (i - a) * (i - a) + (j - b) * (j - b);
+              }
+              const double score = g.profile.at(i, j) - w * double(sum);
+              if (score > best) best = score, bi = i, bj = j;
+            }
+          g.offset_x = bi - g.radius_x;
+          g.offset_y = bj - g.radius_y;
+        }
+        for (size_t s = 0; s < fast.segments.size(); ++s) {
+          const std::string what = "baseline " + std::to_string(baseline) + " flat " +
+                                   std::to_string(flat) + " mu " + std::to_string(mu) + " #" +
+                                   std::to_string(s);
+          EXPECT_EQ(fast.segments[s].offset_x, plain.segments[s].offset_x) << what;
+          EXPECT_EQ(fast.segments[s].offset_y, plain.segments[s].offset_y) << what;
+        }
+      }
 }
 
 // Two segments, neighbours of each other, velocities 2 apart in x: Fd = -8.
@@ -138,6 +160,67 @@ TEST(InitialApproximation, TiesAreChosenUniformlyAndReproducibly) {
   for (int h : hits) EXPECT_NEAR(h, 100, 45);
   EXPECT_EQ(draw(1), hits);
   EXPECT_NE(draw(2), hits);
+}
+
+// Every cell adds omega times each neighbour's value laid over it (or the
+// neighbour's smallest value outside its window), in neighbour order; the
+// first guess is the best cell with ties drawn uniformly.
+TEST(InitialApproximation, EqualsPlainVoteOverEveryCell) {
+  for (const bool flat : {false, true}) {
+    Segmentation fast = RandomGrid(6, 80);
+    // Radii that differ, so that windows overlap partly, and one empty profile.
+    for (size_t s = 0; s < fast.segments.size(); s += 3) {
+      GridSegment& g = fast.segments[s];
+      g.radius_x = g.radius_y = 2;
+      g.profile.reset(5, 5);
+      for (size_t c = 0; c < g.profile.cells.size(); ++c) g.profile.cells[c] = -double(c % 4);
+    }
+    fast.segments[10].profile = tracking::Raster<double>();
+    if (flat)
+      for (GridSegment& g : fast.segments)
+        std::fill(g.profile.cells.begin(), g.profile.cells.end(), -1.0);
+    Segmentation plain = fast;
+    TieBreaker fast_random(3), plain_random(3);
+    tracking::InitialApproximation(fast, 0.75f, fast_random);
+    for (GridSegment& g : plain.segments) {
+      if (g.profile.cells.empty()) continue;  // its offsets come from cell (0, 0)
+      std::vector<double> votes = g.profile.cells;
+      for (const auto& [colour, k] : g.neighbours) {
+        const GridSegment& n = plain.segments[k];
+        const double m = n.profile.cells.empty()
+                             ? 0.0
+                             : *std::min_element(n.profile.cells.begin(), n.profile.cells.end());
+        for (int32_t j = 0; j < g.profile.height; ++j)
+          for (int32_t i = 0; i < g.profile.width; ++i) {
+            const int32_t in = i - ((n.shift_x - n.radius_x) - (g.shift_x - g.radius_x));
+            const int32_t jn = j - ((n.shift_y - n.radius_y) - (g.shift_y - g.radius_y));
+            const bool inside = in >= 0 && in < n.profile.width && jn >= 0 && jn < n.profile.height;
+            votes[size_t(j * g.profile.width + i)] +=
+                double(0.75f) * (inside ? n.profile.at(in, jn) : m);
+          }
+      }
+      double best = -DBL_MAX;
+      int64_t ties = 0;
+      size_t at = 0;
+      for (size_t c = 0; c < votes.size(); ++c) {
+        if (votes[c] > best) {
+          best = votes[c], ties = 1, at = c;
+        } else if (votes[c] == best && int64_t(plain_random.next()) * ++ties <= TieBreaker::kMax) {
+          at = c;
+        }
+      }
+      g.offset_x = int32_t(at % size_t(g.profile.width)) - g.radius_x;
+      g.offset_y = int32_t(at / size_t(g.profile.width)) - g.radius_y;
+    }
+    for (size_t s = 0; s < fast.segments.size(); ++s) {
+      if (fast.segments[s].profile.cells.empty()) continue;
+      EXPECT_EQ(fast.segments[s].offset_x, plain.segments[s].offset_x)
+          << "flat " << flat << " #" << s;
+      EXPECT_EQ(fast.segments[s].offset_y, plain.segments[s].offset_y)
+          << "flat " << flat << " #" << s;
+    }
+    EXPECT_EQ(fast_random.next(), plain_random.next()) << "as many draws, flat " << flat;
+  }
 }
 
 struct MotionCase {
