@@ -9,6 +9,10 @@
 #include <algorithm>
 #include <cmath>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include "tracking/optic_flow_solver.h"
 #include "tracking/unit_circle.h"
 
@@ -90,6 +94,17 @@ double Invert4(const double m[4][4], double inv[4][4]) {
   return det;
 }
 
+#if defined(__x86_64__)
+// The right side in vector registers: lanes 0 to 3 hold g[0..3], `high`
+// g[4..5]. Each model's Add does what the plain residual does for one
+// channel, g[j] += f * row[j] with the row's products written out as there,
+// so every lane sees the same operations in the same order.
+struct RightSide {
+  __m256d low;
+  __m128d high;
+};
+#endif
+
 struct TranslationModel {
   static constexpr size_t kUnknowns = 2;
   static constexpr std::string_view kName = "translation";
@@ -97,6 +112,16 @@ struct TranslationModel {
     row[0] = n.nx;
     row[1] = n.ny;
   }
+#if defined(__x86_64__)
+  // (nx, ny): both products of the plain row are single terms.
+  [[gnu::target("avx2")]] static void Add(
+      RightSide& g, __m128d n, __m128d /*xy*/, __m128d /*yx*/, double /*np*/, double f) {
+    g.high = _mm_add_pd(g.high, _mm_mul_pd(_mm_set1_pd(f), n));
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[2]) {
+    _mm_storeu_pd(out, g.high);
+  }
+#endif
   // A t = C - B; a singular A (all gradients along one line) leaves t = 0.
   static bool Solve(const Equations<2>& eq, types::affine& m) {
     const auto& A = eq.H;
@@ -122,6 +147,23 @@ struct RigidScaleModel {
     row[2] = n.nx * x + n.ny * y;
     row[3] = x * n.ny - y * n.nx;
   }
+#if defined(__x86_64__)
+  // (nx, ny, nx x + ny y, x ny - y nx); the third is the np that the caller
+  // computed with the same operations.
+  [[gnu::target("avx2")]] static void Add(
+      RightSide& g, __m128d n, __m128d xy, __m128d yx, double np, double f) {
+    // n * (y, x) = (nx y, ny x): the two products of the fourth entry.
+    const __m128d q = _mm_mul_pd(n, yx);
+    const __m128d beta = _mm_sub_sd(_mm_unpackhi_pd(q, q), q);
+    (void)xy;
+    const __m256d row =
+        _mm256_insertf128_pd(_mm256_castpd128_pd256(n), _mm_unpacklo_pd(_mm_set_sd(np), beta), 1);
+    g.low = _mm256_add_pd(g.low, _mm256_mul_pd(_mm256_set1_pd(f), row));
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[4]) {
+    _mm256_storeu_pd(out, g.low);
+  }
+#endif
   static bool Solve(const Equations<4>& eq, types::affine& m) {
     Reduced<2> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -143,6 +185,10 @@ struct RigidModel {
   static void Row(const FlowNormal& n, double x, double y, double row[4]) {
     RigidScaleModel::Row(n, x, y, row);
   }
+#if defined(__x86_64__)
+  static constexpr auto Add = RigidScaleModel::Add;
+  static constexpr auto Store = RigidScaleModel::Store;
+#endif
   static bool Solve(const Equations<4>& eq, types::affine& m) {
     Reduced<2> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -171,6 +217,22 @@ struct AffineModel {
     row[4] = n.ny * x;
     row[5] = n.ny * y;
   }
+#if defined(__x86_64__)
+  // (nx, ny, nx x, nx y) and (ny x, ny y).
+  [[gnu::target("avx2")]] static void Add(
+      RightSide& g, __m128d n, __m128d xy, __m128d /*yx*/, double /*np*/, double f) {
+    const __m128d p = _mm_mul_pd(_mm_movedup_pd(n), xy);
+    const __m128d q = _mm_mul_pd(_mm_unpackhi_pd(n, n), xy);
+    const __m256d row = _mm256_insertf128_pd(_mm256_castpd128_pd256(n), p, 1);
+    const __m256d f4 = _mm256_set1_pd(f);
+    g.low = _mm256_add_pd(g.low, _mm256_mul_pd(f4, row));
+    g.high = _mm_add_pd(g.high, _mm_mul_pd(_mm256_castpd256_pd128(f4), q));
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[6]) {
+    _mm256_storeu_pd(out, g.low);
+    _mm_storeu_pd(out + 4, g.high);
+  }
+#endif
   static bool Solve(const Equations<6>& eq, types::affine& m) {
     Reduced<4> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -218,8 +280,36 @@ class PrimarySolver final : public OpticFlowSolver {
 
   double residual(std::span<const FlowSample> samples, std::span<const Colour> values) override {
     double g[N] = {};
-    double E = 0;
     size_t ignored = 0;
+#if defined(__x86_64__)
+    const double E = UseAvx2() ? ResidualAvx2(samples, values, g, ignored)
+                               : ResidualPlain(samples, values, g, ignored);
+#else
+    const double E = ResidualPlain(samples, values, g, ignored);
+#endif
+    std::copy(g, g + N, eq_.g);
+    update_portion(ignored, samples.size());
+    return E;
+  }
+
+  std::span<const double> right_side() const override {
+    return eq_.g;
+  }
+
+  void find_amendment() override {
+    // A failed solve must leave the transformation as it is, so that the
+    // refinement's failure count ends the run.
+    if (!Model::Solve(eq_, amendment_)) amendment_ = types::affine::identity();
+    log_amendment();
+  }
+
+  // One sample and one channel at a time. The sums over the samples keep
+  // this order in every path: results are compared bit for bit.
+  double ResidualPlain(std::span<const FlowSample> samples,
+                       std::span<const Colour> values,
+                       double g[N],
+                       size_t& ignored) const {
+    double E = 0;
     const float coefficient = portion_;
     for (size_t i = 0; i < samples.size(); ++i) {
       const FlowSample& s = samples[i];
@@ -243,17 +333,56 @@ class PrimarySolver final : public OpticFlowSolver {
       }
       E += std::min(s.limit, e2);
     }
-    std::copy(g, g + N, eq_.g);
-    update_portion(ignored, samples.size());
     return E;
   }
 
-  void find_amendment() override {
-    // A failed solve must leave the transformation as it is, so that the
-    // refinement's failure count ends the run.
-    if (!Model::Solve(eq_, amendment_)) amendment_ = types::affine::identity();
-    log_amendment();
+#if defined(__x86_64__)
+  // The same terms in the same order, with the right side in two vector
+  // registers: each sum is one lane, so the sums' order is that of the plain
+  // form. The chain of additions into them is what bounds this loop.
+  [[gnu::target("avx2")]] double ResidualAvx2(std::span<const FlowSample> samples,
+                                              std::span<const Colour> values,
+                                              double g[N],
+                                              size_t& ignored) const {
+    RightSide sums{_mm256_setzero_pd(), _mm_setzero_pd()};
+    double E = 0;
+    size_t dropped = 0;
+    const float coefficient = portion_;
+    const FlowNormal* normals = normals_.data();
+    for (size_t i = 0; i < samples.size(); ++i) {
+      const FlowSample& s = samples[i];
+      const __m128 d4 = _mm_sub_ps(_mm_loadu_ps(values[i].data()), _mm_loadu_ps(s.colour.data()));
+      // ((d0² + d1²) + d2²) + d3², as the plain sum runs.
+      const __m128 sq = _mm_mul_ps(d4, d4);
+      __m128 sum = _mm_add_ss(sq, _mm_movehdup_ps(sq));
+      sum = _mm_add_ss(sum, _mm_movehl_ps(sq, sq));
+      sum = _mm_add_ss(sum, _mm_shuffle_ps(sq, sq, 3));
+      const float e2 = _mm_cvtss_f32(sum);
+      alignas(16) float d[4];
+      _mm_store_ps(d, d4);
+      if (e2 > s.limit * coefficient) {
+        ++dropped;
+        d[0] = d[1] = d[2] = 0;
+      }
+      const double x = s.x, y = s.y;
+      const __m128d xy = _mm_setr_pd(x, y), yx = _mm_setr_pd(y, x);
+      for (size_t k = 0; k < 3; ++k) {
+        const FlowNormal& n = normals[3 * i + k];
+        if (!(n.weight > 0)) continue;
+        const double np = n.nx * x + n.ny * y;
+        const double f = n.weight * (np - double(d[2 - k]) * n.inv_length);
+        const __m128d nv =
+            _mm_cvtps_pd(_mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(&n))));
+        Model::Add(sums, nv, xy, yx, np, f);
+      }
+      E += std::min(s.limit, e2);
+    }
+    Model::Store(sums, g);
+    ignored = dropped;
+    _mm256_zeroupper();
+    return E;
   }
+#endif
 
  private:
   Equations<N> eq_;
