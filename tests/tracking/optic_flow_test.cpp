@@ -34,6 +34,30 @@ using enum TransformClass;
 const affine kIdentity;
 const TransformClass kModels[] = {Translation, Rigid, RigidScale, Affine};
 
+// The measure's paths: all of them (wide vectors, two threads), one thread,
+// and one thread on the baseline instruction set. Every one must give the
+// plain reading's bits.
+struct PathMode {
+  const char* name;
+  bool one_thread, baseline;
+};
+const PathMode kPathModes[] = {
+    {"all paths", false, false}, {"one thread", true, false}, {"baseline", true, true}};
+
+class UsePaths {
+ public:
+  explicit UsePaths(const PathMode& mode) {
+    tracking::LimitOpticFlowToOneThread(mode.one_thread);
+    tracking::LimitOpticFlowToBaseline(mode.baseline);
+  }
+  ~UsePaths() {
+    tracking::LimitOpticFlowToOneThread(false);
+    tracking::LimitOpticFlowToBaseline(false);
+  }
+  UsePaths(const UsePaths&) = delete;
+  UsePaths& operator=(const UsePaths&) = delete;
+};
+
 std::unique_ptr<OpticFlowSolver> Make(bool extra, TransformClass model, std::ostream* log) {
   return extra ? tracking::MakeExtraSolver(model, log) : tracking::MakePrimarySolver(model, log);
 }
@@ -428,9 +452,14 @@ TEST(OpticFlow, ModelWithoutSolverMeasuresZeroAndRefinesNothing) {
 // beyond width - 1, bottom from height - 1 on; outside reads black.
 TEST(SampleTarget, GivesTheBitsOfThePlainReadingUpToTheEdges) {
   const img::float_image& target = Reference();
+  // Every pixel: enough samples for the split between threads. Three more
+  // make a count that is no multiple of the vector width, with coordinates
+  // past 2^31 that must stay unsigned.
   std::vector<FlowSample> samples;
-  for (uint32_t y = 0; y < kH; y += 3)
-    for (uint32_t x = 0; x < kW; x += 2) samples.push_back({{}, 0, x, y});
+  for (uint32_t y = 0; y < kH; ++y)
+    for (uint32_t x = 0; x < kW; ++x) samples.push_back({{}, 0, x, y});
+  for (const uint32_t far : {0x80000000u, 0xfffffff0u, 7u})
+    samples.push_back({{}, 0, far, far == 7 ? 0xfffffff0u : 9u});
   std::mt19937 rng(17);
   std::uniform_real_distribution<double> shift(-30, 30), lin(-0.05, 0.05);
   for (int trial = 0; trial < 40; ++trial) {
@@ -455,8 +484,87 @@ TEST(SampleTarget, GivesTheBitsOfThePlainReadingUpToTheEdges) {
       }
       ++inside;
     }
-    ASSERT_EQ(tracking::SampleTarget(target, t, samples, fast), inside) << t;
-    ASSERT_EQ(std::memcmp(fast.data(), plain.data(), fast.size() * sizeof(Colour)), 0) << t;
+    for (const PathMode& mode : kPathModes) {
+      const UsePaths paths(mode);
+      // Garbage first: a sample outside must be written black, not skipped.
+      std::memset(fast.data(), 0xff, fast.size() * sizeof(Colour));
+      ASSERT_EQ(tracking::SampleTarget(target, t, samples, fast), inside) << mode.name << " " << t;
+      ASSERT_EQ(std::memcmp(fast.data(), plain.data(), fast.size() * sizeof(Colour)), 0)
+          << mode.name << " " << t;
+    }
+  }
+}
+
+// The primary residual written plainly, one sample and one channel at a
+// time: the right side and E of every path must have its bits. Flat
+// channels (no weight) and ignored samples are mixed in.
+TEST(Solver, ResidualGivesTheBitsOfThePlainSums) {
+  const size_t n = 5003;
+  Constraints c = MakeConstraints(affine::translation(0.2, 0.1), n, 31);
+  std::mt19937 rng(8);
+  std::uniform_real_distribution<float> noise(-9, 9), limit(0, 800);
+  for (size_t i = 0; i < n; ++i) {
+    c.samples[i].limit = limit(rng);
+    for (int ch = 0; ch < 4; ++ch) c.values[i][ch] += noise(rng);
+    if (i % 7 == 0) c.gx[i][i % 3] = c.gy[i][i % 3] = 0;  // one flat channel
+    if (i % 11 == 0) c.gx[i] = c.gy[i] = {};              // a flat pixel
+  }
+  for (const TransformClass model : kModels) {
+    auto solver = Make(false, model, nullptr);
+    solver->resize_normals(n);
+    for (size_t i = 0; i < n; ++i)
+      solver->set_normals(i, c.samples[i].x, c.samples[i].y, c.samples[i], c.gx[i].data(),
+                          c.gy[i].data());
+    solver->prepare(c.samples);
+    const auto normals = solver->normals();
+    for (const float coefficient : {1.0f, 4.0f}) {
+      std::vector<double> g(6, 0.0);
+      double E = 0;
+      size_t ignored = 0;
+      for (size_t i = 0; i < n; ++i) {
+        const FlowSample& s = c.samples[i];
+        float d[4];
+        for (int ch = 0; ch < 4; ++ch) d[ch] = c.values[i][ch] - s.colour[ch];
+        float e2 = d[0] * d[0];
+        e2 = e2 + d[1] * d[1];
+        e2 = e2 + d[2] * d[2];
+        e2 = e2 + d[3] * d[3];
+        if (e2 > s.limit * coefficient) {
+          ++ignored;
+          d[0] = d[1] = d[2] = 0;
+        }
+        const double x = s.x, y = s.y;
+        for (size_t k = 0; k < 3; ++k) {
+          const auto& nk = normals[3 * i + k];
+          if (!(nk.weight > 0)) continue;
+          const double nx = nk.nx, ny = nk.ny;
+          const double r = (nx * x + ny * y) - double(d[2 - k]) * double(nk.inv_length);
+          const double f = double(nk.weight) * r;
+          double row[6] = {nx, ny};
+          if (model == Affine) {
+            row[2] = nx * x, row[3] = nx * y, row[4] = ny * x, row[5] = ny * y;
+          } else if (model != Translation) {
+            row[2] = nx * x + ny * y, row[3] = x * ny - y * nx;
+          }
+          for (size_t j = 0; j < 6; ++j) g[j] = g[j] + f * row[j];
+        }
+        E = E + double(e2 < s.limit ? e2 : s.limit);
+      }
+      ASSERT_GT(ignored, n / 50);
+      ASSERT_LT(ignored, n / 2);
+      for (const PathMode& mode : kPathModes) {
+        SCOPED_TRACE(std::string(mode.name) + ", model " + std::to_string(int(model)));
+        const UsePaths paths(mode);
+        solver->set_portion(coefficient);
+        EXPECT_EQ(solver->residual(c.samples, c.values), E);
+        const auto right = solver->right_side();
+        ASSERT_EQ(right.size(), solver->model_name() == "translation" ? 2u
+                                : solver->model_name() == "affine"    ? 6u
+                                                                      : 4u);
+        EXPECT_EQ(std::memcmp(right.data(), g.data(), right.size() * sizeof(double)), 0);
+      }
+    }
+    EXPECT_TRUE(Make(true, model, nullptr)->right_side().empty());
   }
 }
 
@@ -608,14 +716,17 @@ TEST(OpticFlow, RefinementsGiveThePinnedBits) {
       {Affine1, true, {0xabb2f035a52a4982ull, 0x8265a090b522b9eeull, 0xe01f4f646f947749ull}},
   };
   const std::vector<PinnedScene> scenes = PinnedScenes();
-  for (const auto& c : cases)
-    for (size_t i = 0; i < scenes.size(); ++i) {
-      const Digest d = RunPinned(scenes[i], c.model, c.intensive);
-      EXPECT_EQ(d.hash, c.digest[i])
-          << scenes[i].name << ", model " << int(c.model) << (c.intensive ? ", intensive" : "")
-          << ": 0x" << std::hex << d.hash << "\n"
-          << d.text;
-    }
+  for (const PathMode& mode : kPathModes) {
+    const UsePaths paths(mode);
+    for (const auto& c : cases)
+      for (size_t i = 0; i < scenes.size(); ++i) {
+        const Digest d = RunPinned(scenes[i], c.model, c.intensive);
+        EXPECT_EQ(d.hash, c.digest[i])
+            << mode.name << ", " << scenes[i].name << ", model " << int(c.model)
+            << (c.intensive ? ", intensive" : "") << ": 0x" << std::hex << d.hash << "\n"
+            << d.text;
+      }
+  }
 }
 
 }  // namespace
