@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <string>
 
 #include "imaging/float_image.h"
 #include "imaging/synthetic_shot.h"
@@ -56,22 +57,43 @@ const Shot& TheShot() {
 const TransformClass kModels[] = {TransformClass::Translation, TransformClass::Rigid,
                                   TransformClass::RigidScale, TransformClass::Affine};
 
+// The second argument picks the paths: 0 all (vectors, two threads), 1 one
+// thread, 2 one thread with the baseline instruction set only.
+struct Paths {
+  explicit Paths(benchmark::State& state, int arg = 1) : mode(state.range(arg)) {
+    tracking::LimitOpticFlowToOneThread(mode >= 1);
+    tracking::LimitOpticFlowToBaseline(mode >= 2);
+  }
+  ~Paths() {
+    tracking::LimitOpticFlowToOneThread(false);
+    tracking::LimitOpticFlowToBaseline(false);
+  }
+  std::string label() const {
+    return mode == 0 ? "" : mode == 1 ? ", one thread" : ", one thread, baseline";
+  }
+  int64_t mode;
+};
+
 // Argument: model index.
 void BM_OpticFlowMeasure(benchmark::State& state) {
   const Shot& shot = TheShot();
   const TransformClass model = kModels[state.range(0)];
+  const Paths paths(state);
   tracking::OpticFlow flow;
   flow.initialise(types::affine::identity(), shot.reference, shot.mask, model, false);
   flow.set(types::affine::translation(1.2, -0.6), -1);
   for (auto _ : state) benchmark::DoNotOptimize(flow.measure(shot.target, nullptr));
   state.counters["samples"] = double(flow.samples().size());
-  state.SetLabel(std::string(LogName(model)));
+  state.SetLabel(std::string(LogName(model)) + paths.label());
 }
-BENCHMARK(BM_OpticFlowMeasure)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpticFlowMeasure)
+    ->ArgsProduct({{0, 1, 2, 3}, {0, 1, 2}})
+    ->Unit(benchmark::kMillisecond);
 
 // The bilinear pass alone.
 void BM_OpticFlowSampleTarget(benchmark::State& state) {
   const Shot& shot = TheShot();
+  const Paths paths(state, 0);
   tracking::OpticFlow flow;
   flow.initialise(types::affine::identity(), shot.reference, shot.mask, TransformClass::Affine,
                   false);
@@ -79,21 +101,25 @@ void BM_OpticFlowSampleTarget(benchmark::State& state) {
   const types::affine t{1.2, -0.6, 1.001, 0.002, -0.002, 0.999};
   for (auto _ : state)
     benchmark::DoNotOptimize(tracking::SampleTarget(shot.target, t, flow.samples(), values));
+  state.SetLabel(paths.label());
 }
-BENCHMARK(BM_OpticFlowSampleTarget)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpticFlowSampleTarget)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 
 // One full refinement iteration: amendment, composition and measure.
 void BM_OpticFlowIteration(benchmark::State& state) {
   const Shot& shot = TheShot();
   const TransformClass model = kModels[state.range(0)];
+  const Paths paths(state);
   tracking::OpticFlow flow;
   flow.initialise(types::affine::identity(), shot.reference, shot.mask, model, false);
   for (auto _ : state) {
     flow.set(types::affine::translation(1.2, -0.6), -1);
     flow.optimise_once(shot.target, 1, nullptr);
   }
-  state.SetLabel(std::string(LogName(model)) + ", includes the initial measure");
+  state.SetLabel(std::string(LogName(model)) + ", includes the initial measure" + paths.label());
 }
-BENCHMARK(BM_OpticFlowIteration)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpticFlowIteration)
+    ->ArgsProduct({{0, 1, 2, 3}, {0, 1, 2}})
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -8,8 +8,11 @@
 #include <utility>
 
 #include "base/errors.h"
+#include "tracking/optic_flow_helper.h"
 
-#if defined(__SSE2__)
+#if defined(__x86_64__)
+#include <immintrin.h>
+#elif defined(__SSE2__)
 #include <emmintrin.h>
 #endif
 
@@ -34,18 +37,19 @@ bool MaskBit(const img::bitmap<img::bit1>& mask, uint32_t x, uint32_t y) {
 
 }  // namespace
 
-size_t SampleTarget(const img::float_image& target,
-                    const types::affine& t,
-                    std::span<const FlowSample> samples,
-                    std::span<Colour> values) {
+namespace {
+
+// The bilinear reading of one sample, one at a time: the plain form that the
+// vector path must match bit for bit.
+size_t SampleRangePlain(const img::float_image& target,
+                        const types::affine& t,
+                        const FlowSample* samples,
+                        Colour* values,
+                        size_t count) {
   const uint32_t W = target.width;
-  if (W == 0 || target.height == 0) {
-    std::fill(values.begin(), values.begin() + samples.size(), Colour{0, 0, 0, 0});
-    return 0;
-  }
   const float right = float(W - 1), bottom = float(target.height - 1);
   size_t inside = 0;
-  for (size_t i = 0; i < samples.size(); ++i) {
+  for (size_t i = 0; i < count; ++i) {
     const FlowSample& s = samples[i];
     const double x = s.x, y = s.y;
     const double u = t.xx * x + t.xy * y + t.x;
@@ -88,6 +92,131 @@ size_t SampleTarget(const img::float_image& target,
     ++inside;
   }
   return inside;
+}
+
+#if defined(__x86_64__)
+// Four samples at a time: their positions, edge tests, taps and weights in
+// vectors, then each sample's four-channel mix as in the plain form. Every
+// lane does the plain form's operations in its order (products and sums
+// stay separate: no fused multiply-add is enabled here), so the bits are the
+// same. A sample that has left the picture reads pixel (0, 0) with its lane
+// masked to black, which needs a picture of two rows at least.
+[[gnu::target("avx2")]] size_t SampleRangeAvx2(const img::float_image& target,
+                                               const types::affine& t,
+                                               const FlowSample* samples,
+                                               Colour* values,
+                                               size_t count) {
+  const uint32_t W = target.width;
+  const __m256d a = _mm256_set1_pd(t.xx), b = _mm256_set1_pd(t.xy), tx = _mm256_set1_pd(t.x);
+  const __m256d c = _mm256_set1_pd(t.yx), d = _mm256_set1_pd(t.yy), ty = _mm256_set1_pd(t.y);
+  const __m256d half = _mm256_set1_pd(0.5), two31 = _mm256_set1_pd(2147483648.0);
+  const __m128 half_f = _mm_set1_ps(0.5f), zero = _mm_setzero_ps(), one = _mm_set1_ps(1.0f);
+  const __m128 right = _mm_set1_ps(float(W - 1)), bottom = _mm_set1_ps(float(target.height - 1));
+  const __m128i last_col = _mm_set1_epi32(int32_t(W - 1)), one_i = _mm_set1_epi32(1);
+  const __m128i sign = _mm_set1_epi32(INT32_MIN);
+  uint8_t* const* rows = target.rows.data();
+  size_t inside = 0, i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const FlowSample* s = samples + i;
+    // Unsigned to double, exactly for every 32-bit value.
+    const __m128i xi =
+        _mm_setr_epi32(int32_t(s[0].x), int32_t(s[1].x), int32_t(s[2].x), int32_t(s[3].x));
+    const __m128i yi =
+        _mm_setr_epi32(int32_t(s[0].y), int32_t(s[1].y), int32_t(s[2].y), int32_t(s[3].y));
+    const __m256d x = _mm256_add_pd(_mm256_cvtepi32_pd(_mm_xor_si128(xi, sign)), two31);
+    const __m256d y = _mm256_add_pd(_mm256_cvtepi32_pd(_mm_xor_si128(yi, sign)), two31);
+    const __m256d u = _mm256_add_pd(_mm256_add_pd(_mm256_mul_pd(a, x), _mm256_mul_pd(b, y)), tx);
+    const __m256d v = _mm256_add_pd(_mm256_add_pd(_mm256_mul_pd(c, x), _mm256_mul_pd(d, y)), ty);
+    __m128 us = _mm_sub_ps(_mm256_cvtpd_ps(_mm256_add_pd(u, half)), half_f);
+    __m128 vs = _mm_sub_ps(_mm256_cvtpd_ps(_mm256_add_pd(v, half)), half_f);
+    const __m128 in = _mm_and_ps(
+        _mm_and_ps(_mm_cmp_ps(us, zero, _CMP_GE_OQ), _mm_cmp_ps(us, right, _CMP_LE_OQ)),
+        _mm_and_ps(_mm_cmp_ps(vs, zero, _CMP_GE_OQ), _mm_cmp_ps(vs, bottom, _CMP_LT_OQ)));
+    const int lanes = _mm_movemask_ps(in);
+    inside += size_t(__builtin_popcount(unsigned(lanes)));
+    us = _mm_and_ps(us, in);
+    vs = _mm_and_ps(vs, in);
+    const __m128i col = _mm_cvttps_epi32(us), row = _mm_cvttps_epi32(vs);
+    const __m128 fx = _mm_sub_ps(us, _mm_cvtepi32_ps(col));
+    const __m128 fy = _mm_sub_ps(vs, _mm_cvtepi32_ps(row));
+    const __m128i col1 = _mm_min_epi32(_mm_add_epi32(col, one_i), last_col);
+    const __m128 gx = _mm_sub_ps(one, fx), gy = _mm_sub_ps(one, fy);
+    alignas(16) float w[4][4];
+    _mm_store_ps(w[0], _mm_mul_ps(gx, gy));
+    _mm_store_ps(w[1], _mm_mul_ps(fx, gy));
+    _mm_store_ps(w[2], _mm_mul_ps(gx, fy));
+    _mm_store_ps(w[3], _mm_mul_ps(fx, fy));
+    alignas(16) int32_t c0[4], c1[4], r0[4], keep[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(c0), _mm_slli_epi32(col, 2));
+    _mm_store_si128(reinterpret_cast<__m128i*>(c1), _mm_slli_epi32(col1, 2));
+    _mm_store_si128(reinterpret_cast<__m128i*>(r0), row);
+    _mm_store_ps(reinterpret_cast<float*>(keep), in);
+    for (int l = 0; l < 4; ++l) {
+      const float* top = reinterpret_cast<const float*>(rows[r0[l]]);
+      const float* low = reinterpret_cast<const float*>(rows[r0[l] + 1]);
+      __m128 acc = _mm_mul_ps(_mm_broadcast_ss(&w[0][l]), _mm_loadu_ps(top + c0[l]));
+      acc = _mm_add_ps(acc, _mm_mul_ps(_mm_broadcast_ss(&w[1][l]), _mm_loadu_ps(top + c1[l])));
+      acc = _mm_add_ps(acc, _mm_mul_ps(_mm_broadcast_ss(&w[2][l]), _mm_loadu_ps(low + c0[l])));
+      acc = _mm_add_ps(acc, _mm_mul_ps(_mm_broadcast_ss(&w[3][l]), _mm_loadu_ps(low + c1[l])));
+      _mm_storeu_ps(values[i + size_t(l)].data(),
+                    _mm_and_ps(acc, _mm_castsi128_ps(_mm_set1_epi32(keep[l]))));
+    }
+  }
+  // GCC leaves the upper halves dirty here, and every legacy-encoded vector
+  // instruction after it (the plain tail, the residual) would pay a
+  // transition on each use: measured at twice the residual's time.
+  _mm256_zeroupper();
+  return inside + SampleRangePlain(target, t, samples + i, values + i, count - i);
+}
+#endif
+
+using SampleFn =
+    size_t (*)(const img::float_image&, const types::affine&, const FlowSample*, Colour*, size_t);
+
+SampleFn PickSampler(const img::float_image& target) {
+#if defined(__x86_64__)
+  if (target.height >= 2 && UseAvx2()) return SampleRangeAvx2;
+#else
+  (void)target;
+#endif
+  return SampleRangePlain;
+}
+
+// Below this many samples the second thread costs more than it saves.
+constexpr size_t kSplitSamples = 8192;
+
+}  // namespace
+
+size_t SampleTarget(const img::float_image& target,
+                    const types::affine& t,
+                    std::span<const FlowSample> samples,
+                    std::span<Colour> values) {
+  const size_t n = samples.size();
+  if (target.width == 0 || target.height == 0) {
+    std::fill(values.begin(), values.begin() + ptrdiff_t(n), Colour{0, 0, 0, 0});
+    return 0;
+  }
+  const SampleFn fn = PickSampler(target);
+  if (n < kSplitSamples || !UseHelperThread())
+    return fn(target, t, samples.data(), values.data(), n);
+  // Every sample is read on its own, so the halves can go to two threads.
+  struct Job {
+    SampleFn fn;
+    const img::float_image& target;
+    const types::affine& t;
+    const FlowSample* samples;
+    Colour* values;
+    size_t n, inside[2];
+  } job{fn, target, t, samples.data(), values.data(), n, {0, 0}};
+  HelperThread::Instance().Split(
+      [](void* context, int part) noexcept {
+        Job& j = *static_cast<Job*>(context);
+        const size_t half = (j.n / 2) & ~size_t(3);
+        const size_t first = part == 0 ? 0 : half, end = part == 0 ? half : j.n;
+        j.inside[part] = j.fn(j.target, j.t, j.samples + first, j.values + first, end - first);
+      },
+      &job);
+  return job.inside[0] + job.inside[1];
 }
 
 OpticFlow::OpticFlow(std::ostream* log) : log_(log) {}

@@ -109,6 +109,9 @@ class OpticFlow {
 // flagged asymmetrically (left and top when below 0, right when beyond
 // width - 1, bottom from height - 1 on), and flagged samples read black.
 // Returns the number of samples that lie fully inside.
+// Reads the samples four at a time with the processor's wider vectors where
+// it has them, and splits large sets between two threads; the bits are those
+// of the one-at-a-time reading either way.
 size_t SampleTarget(const img::float_image& target,
                     const types::affine& t,
                     std::span<const FlowSample> samples,

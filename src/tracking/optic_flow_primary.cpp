@@ -8,6 +8,11 @@
 // through the 2 by 2 block before solving the rest.
 #include <algorithm>
 #include <cmath>
+#include <vector>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "tracking/optic_flow_solver.h"
 #include "tracking/unit_circle.h"
@@ -90,6 +95,60 @@ double Invert4(const double m[4][4], double inv[4][4]) {
   return det;
 }
 
+#if defined(__x86_64__)
+// The right side in vector registers: lanes 0 to 3 hold g[0..3], `high`
+// g[4..5] (g[0..1] for translation). Each model's Add does what the plain
+// residual does for the channels of one sample, g[j] += f * row[j], channel
+// 0 first, with the row's products computed as the plain row computes them,
+// so every lane sees the same operations in the same order.
+struct RightSide {
+  __m256d low;
+  __m128d high;
+};
+
+// One sample's three channels side by side, lane k for normal 3i + k.
+struct Lanes {
+  __m256d nx, ny;
+  __m256d nx_x, nx_y, ny_x, ny_y;  // n.nx * x and so on, in double
+  __m256d np;                      // nx x + ny y
+};
+
+// Lane k of v in every lane.
+template <int k>
+[[gnu::target("avx2")]] inline __m256d Broadcast(__m256d v) {
+  return _mm256_permute4x64_pd(v, k * 0x55);
+}
+
+// The rows of channels 0, 1, 2 from four lane vectors: a 4 by 4 transpose
+// whose fourth row is not needed.
+[[gnu::target("avx2")]] inline void Transpose(
+    __m256d a, __m256d b, __m256d c, __m256d d, __m256d rows[3]) {
+  const __m256d ab0 = _mm256_unpacklo_pd(a, b), ab1 = _mm256_unpackhi_pd(a, b);
+  const __m256d cd0 = _mm256_unpacklo_pd(c, d), cd1 = _mm256_unpackhi_pd(c, d);
+  rows[0] = _mm256_permute2f128_pd(ab0, cd0, 0x20);
+  rows[1] = _mm256_permute2f128_pd(ab1, cd1, 0x20);
+  rows[2] = _mm256_permute2f128_pd(ab0, cd0, 0x31);
+}
+
+// g += f_k row_k for the part of the right side that `rows` covers.
+template <int k>
+[[gnu::target("avx2")]] inline void AddLow(RightSide& g, __m256d f, const __m256d rows[3]) {
+  g.low = _mm256_add_pd(g.low, _mm256_mul_pd(Broadcast<k>(f), rows[k]));
+}
+template <int k>
+[[gnu::target("avx2")]] inline void AddHigh(RightSide& g, __m256d f, const __m128d rows[3]) {
+  g.high = _mm_add_pd(g.high, _mm_mul_pd(_mm256_castpd256_pd128(Broadcast<k>(f)), rows[k]));
+}
+
+// Lanes 0 and 1 of a and b as pairs (a0, b0), (a1, b1), and lanes 2 as (a2, b2).
+[[gnu::target("avx2")]] inline void Pairs(__m256d a, __m256d b, __m128d pairs[3]) {
+  const __m256d lo = _mm256_unpacklo_pd(a, b), hi = _mm256_unpackhi_pd(a, b);
+  pairs[0] = _mm256_castpd256_pd128(lo);
+  pairs[1] = _mm256_castpd256_pd128(hi);
+  pairs[2] = _mm256_extractf128_pd(lo, 1);
+}
+#endif
+
 struct TranslationModel {
   static constexpr size_t kUnknowns = 2;
   static constexpr std::string_view kName = "translation";
@@ -97,6 +156,21 @@ struct TranslationModel {
     row[0] = n.nx;
     row[1] = n.ny;
   }
+#if defined(__x86_64__)
+  [[gnu::target("avx2")]] static void Add(RightSide& g,
+                                          const Lanes& l,
+                                          __m256d f,
+                                          unsigned active) {
+    __m128d rows[3];
+    Pairs(l.nx, l.ny, rows);
+    if (active & 1) AddHigh<0>(g, f, rows);
+    if (active & 2) AddHigh<1>(g, f, rows);
+    if (active & 4) AddHigh<2>(g, f, rows);
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[2]) {
+    _mm_storeu_pd(out, g.high);
+  }
+#endif
   // A t = C - B; a singular A (all gradients along one line) leaves t = 0.
   static bool Solve(const Equations<2>& eq, types::affine& m) {
     const auto& A = eq.H;
@@ -122,6 +196,22 @@ struct RigidScaleModel {
     row[2] = n.nx * x + n.ny * y;
     row[3] = x * n.ny - y * n.nx;
   }
+#if defined(__x86_64__)
+  [[gnu::target("avx2")]] static void Add(RightSide& g,
+                                          const Lanes& l,
+                                          __m256d f,
+                                          unsigned active) {
+    // x ny - y nx: each product commutes exactly.
+    __m256d rows[3];
+    Transpose(l.nx, l.ny, l.np, _mm256_sub_pd(l.ny_x, l.nx_y), rows);
+    if (active & 1) AddLow<0>(g, f, rows);
+    if (active & 2) AddLow<1>(g, f, rows);
+    if (active & 4) AddLow<2>(g, f, rows);
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[4]) {
+    _mm256_storeu_pd(out, g.low);
+  }
+#endif
   static bool Solve(const Equations<4>& eq, types::affine& m) {
     Reduced<2> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -143,6 +233,10 @@ struct RigidModel {
   static void Row(const FlowNormal& n, double x, double y, double row[4]) {
     RigidScaleModel::Row(n, x, y, row);
   }
+#if defined(__x86_64__)
+  static constexpr auto Add = RigidScaleModel::Add;
+  static constexpr auto Store = RigidScaleModel::Store;
+#endif
   static bool Solve(const Equations<4>& eq, types::affine& m) {
     Reduced<2> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -171,6 +265,24 @@ struct AffineModel {
     row[4] = n.ny * x;
     row[5] = n.ny * y;
   }
+#if defined(__x86_64__)
+  [[gnu::target("avx2")]] static void Add(RightSide& g,
+                                          const Lanes& l,
+                                          __m256d f,
+                                          unsigned active) {
+    __m256d rows[3];
+    Transpose(l.nx, l.ny, l.nx_x, l.nx_y, rows);
+    __m128d tails[3];
+    Pairs(l.ny_x, l.ny_y, tails);
+    if (active & 1) AddLow<0>(g, f, rows), AddHigh<0>(g, f, tails);
+    if (active & 2) AddLow<1>(g, f, rows), AddHigh<1>(g, f, tails);
+    if (active & 4) AddLow<2>(g, f, rows), AddHigh<2>(g, f, tails);
+  }
+  [[gnu::target("avx2")]] static void Store(const RightSide& g, double out[6]) {
+    _mm256_storeu_pd(out, g.low);
+    _mm_storeu_pd(out + 4, g.high);
+  }
+#endif
   static bool Solve(const Equations<6>& eq, types::affine& m) {
     Reduced<4> r;
     if (!EliminateTranslation(eq, r)) return false;
@@ -214,12 +326,54 @@ class PrimarySolver final : public OpticFlowSolver {
     }
     for (size_t j = 0; j < N; ++j)
       for (size_t l = 0; l < j; ++l) eq_.H[j][l] = eq_.H[l][j];
+    lanes_.assign(samples.size(), ChannelLanes{});
+    for (size_t i = 0; i < samples.size(); ++i) {
+      ChannelLanes& c = lanes_[i];
+      for (size_t k = 0; k < 3; ++k) {
+        const FlowNormal& n = normals_[3 * i + k];
+        c.nx[k] = n.nx;
+        c.ny[k] = n.ny;
+        c.inv[k] = n.inv_length;
+        c.weight[k] = n.weight;
+        if (n.weight > 0) c.active |= 1u << k;
+      }
+    }
   }
 
   double residual(std::span<const FlowSample> samples, std::span<const Colour> values) override {
     double g[N] = {};
-    double E = 0;
     size_t ignored = 0;
+#if defined(__x86_64__)
+    // The vector path reads the normals as prepare laid them out.
+    const double E = UseAvx2() && lanes_.size() == samples.size()
+                         ? ResidualAvx2(samples, values, g, ignored)
+                         : ResidualPlain(samples, values, g, ignored);
+#else
+    const double E = ResidualPlain(samples, values, g, ignored);
+#endif
+    std::copy(g, g + N, eq_.g);
+    update_portion(ignored, samples.size());
+    return E;
+  }
+
+  std::span<const double> right_side() const override {
+    return eq_.g;
+  }
+
+  void find_amendment() override {
+    // A failed solve must leave the transformation as it is, so that the
+    // refinement's failure count ends the run.
+    if (!Model::Solve(eq_, amendment_)) amendment_ = types::affine::identity();
+    log_amendment();
+  }
+
+  // One sample and one channel at a time. The sums over the samples keep
+  // this order in every path: results are compared bit for bit.
+  double ResidualPlain(std::span<const FlowSample> samples,
+                       std::span<const Colour> values,
+                       double g[N],
+                       size_t& ignored) const {
+    double E = 0;
     const float coefficient = portion_;
     for (size_t i = 0; i < samples.size(); ++i) {
       const FlowSample& s = samples[i];
@@ -243,20 +397,72 @@ class PrimarySolver final : public OpticFlowSolver {
       }
       E += std::min(s.limit, e2);
     }
-    std::copy(g, g + N, eq_.g);
-    update_portion(ignored, samples.size());
     return E;
   }
 
-  void find_amendment() override {
-    // A failed solve must leave the transformation as it is, so that the
-    // refinement's failure count ends the run.
-    if (!Model::Solve(eq_, amendment_)) amendment_ = types::affine::identity();
-    log_amendment();
+#if defined(__x86_64__)
+  // The same terms in the same order, with the right side in two vector
+  // registers: each sum is one lane, so the sums' order is that of the plain
+  // form. A sample's three channels are worked out side by side from the
+  // normals laid out by channel (`lanes_`); the chain of additions into the
+  // sums is what bounds this loop.
+  [[gnu::target("avx2")]] double ResidualAvx2(std::span<const FlowSample> samples,
+                                              std::span<const Colour> values,
+                                              double g[N],
+                                              size_t& ignored) const {
+    RightSide sums{_mm256_setzero_pd(), _mm_setzero_pd()};
+    double E = 0;
+    size_t dropped = 0;
+    const __m128 coefficient = _mm_set_ss(portion_);
+    const __m128 colour_lanes = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+    for (size_t i = 0; i < samples.size(); ++i) {
+      const FlowSample& s = samples[i];
+      const ChannelLanes& c = lanes_[i];
+      __m128 d4 = _mm_sub_ps(_mm_loadu_ps(values[i].data()), _mm_loadu_ps(s.colour.data()));
+      // ((d0² + d1²) + d2²) + d3², as the plain sum runs.
+      const __m128 sq = _mm_mul_ps(d4, d4);
+      __m128 e2 = _mm_add_ss(sq, _mm_movehdup_ps(sq));
+      e2 = _mm_add_ss(e2, _mm_movehl_ps(sq, sq));
+      e2 = _mm_add_ss(e2, _mm_shuffle_ps(sq, sq, 3));
+      const __m128 limit = _mm_load_ss(&s.limit);
+      // An ignored pixel votes for no change: its colour differences are 0.
+      const __m128 ignore = _mm_cmp_ss(e2, _mm_mul_ss(limit, coefficient), _CMP_GT_OQ);
+      dropped += size_t(_mm_movemask_ps(ignore) & 1);
+      d4 = _mm_andnot_ps(_mm_and_ps(_mm_shuffle_ps(ignore, ignore, 0), colour_lanes), d4);
+      // std::min(limit, e2) is limit unless e2 < limit.
+      E += double(_mm_cvtss_f32(_mm_min_ss(e2, limit)));
+
+      const __m256d x = _mm256_set1_pd(double(s.x)), y = _mm256_set1_pd(double(s.y));
+      Lanes l;
+      l.nx = _mm256_cvtps_pd(_mm_load_ps(c.nx));
+      l.ny = _mm256_cvtps_pd(_mm_load_ps(c.ny));
+      l.nx_x = _mm256_mul_pd(l.nx, x);
+      l.nx_y = _mm256_mul_pd(l.nx, y);
+      l.ny_x = _mm256_mul_pd(l.ny, x);
+      l.ny_y = _mm256_mul_pd(l.ny, y);
+      l.np = _mm256_add_pd(l.nx_x, l.ny_y);
+      // Channel k takes the difference of colour 2 - k.
+      const __m256d d = _mm256_cvtps_pd(_mm_shuffle_ps(d4, d4, _MM_SHUFFLE(3, 0, 1, 2)));
+      const __m256d r = _mm256_sub_pd(l.np, _mm256_mul_pd(d, _mm256_cvtps_pd(_mm_load_ps(c.inv))));
+      const __m256d f = _mm256_mul_pd(_mm256_cvtps_pd(_mm_load_ps(c.weight)), r);
+      Model::Add(sums, l, f, c.active);
+    }
+    Model::Store(sums, g);
+    ignored = dropped;
+    _mm256_zeroupper();
+    return E;
   }
+#endif
 
  private:
+  // The normals of a sample by channel, for the vector path; lane 3 unused.
+  struct alignas(16) ChannelLanes {
+    float nx[4], ny[4], inv[4], weight[4];
+    unsigned active;  // bit k: normal 3i + k has weight
+  };
+
   Equations<N> eq_;
+  std::vector<ChannelLanes> lanes_;
 };
 
 }  // namespace

@@ -1,9 +1,36 @@
 #include "tracking/optic_flow_solver.h"
 
+#include <atomic>
 #include <cmath>
 #include <ostream>
 
 namespace tracking {
+
+namespace {
+std::atomic<bool> baseline_only{false};
+std::atomic<bool> one_thread_only{false};
+}  // namespace
+
+void LimitOpticFlowToBaseline(bool limit) {
+  baseline_only.store(limit, std::memory_order_relaxed);
+}
+
+void LimitOpticFlowToOneThread(bool limit) {
+  one_thread_only.store(limit, std::memory_order_relaxed);
+}
+
+bool UseAvx2() {
+#if defined(__x86_64__)
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  return has_avx2 && !baseline_only.load(std::memory_order_relaxed);
+#else
+  return false;
+#endif
+}
+
+bool UseHelperThread() {
+  return !one_thread_only.load(std::memory_order_relaxed);
+}
 
 void OpticFlowSolver::resize_normals(size_t samples) {
   normals_.assign(3 * samples, FlowNormal{});

@@ -86,6 +86,9 @@ class OpticFlowSolver {
   virtual float portion() const { return portion_; }
 
   const types::affine& amendment() const { return amendment_; }
+  // The right side of the normal equations that the last residual left, one
+  // value per unknown; empty for solvers that keep none.
+  virtual std::span<const double> right_side() const { return {}; }
   std::span<const FlowNormal> normals() const { return normals_; }
 
  protected:
@@ -99,6 +102,17 @@ class OpticFlowSolver {
   std::vector<FlowNormal> normals_;
   std::ostream* log_;
 };
+
+// For the tests and benchmarks, which hold the fast paths of the measure
+// against the plain ones: with `limit`, the measure uses only the baseline
+// instruction set, or only the calling thread. Results are the same bits in
+// every setting.
+void LimitOpticFlowToBaseline(bool limit);
+void LimitOpticFlowToOneThread(bool limit);
+// What the measure may use now: the AVX2 paths (the processor has them and
+// they are not limited), the helper thread.
+bool UseAvx2();
+bool UseHelperThread();
 
 // The primary solver of a model; null for TransformClass::Affine1, which
 // gets no refinement.

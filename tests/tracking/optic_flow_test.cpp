@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <iomanip>
 #include <ostream>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "base/errors.h"
+#include "imaging/float_image.h"
 #include "imaging/synthetic_shot.h"
 #include "motion.h"
 
@@ -31,6 +33,30 @@ using enum TransformClass;
 
 const affine kIdentity;
 const TransformClass kModels[] = {Translation, Rigid, RigidScale, Affine};
+
+// The measure's paths: all of them (wide vectors, two threads), one thread,
+// and one thread on the baseline instruction set. Every one must give the
+// plain reading's bits.
+struct PathMode {
+  const char* name;
+  bool one_thread, baseline;
+};
+const PathMode kPathModes[] = {
+    {"all paths", false, false}, {"one thread", true, false}, {"baseline", true, true}};
+
+class UsePaths {
+ public:
+  explicit UsePaths(const PathMode& mode) {
+    tracking::LimitOpticFlowToOneThread(mode.one_thread);
+    tracking::LimitOpticFlowToBaseline(mode.baseline);
+  }
+  ~UsePaths() {
+    tracking::LimitOpticFlowToOneThread(false);
+    tracking::LimitOpticFlowToBaseline(false);
+  }
+  UsePaths(const UsePaths&) = delete;
+  UsePaths& operator=(const UsePaths&) = delete;
+};
 
 std::unique_ptr<OpticFlowSolver> Make(bool extra, TransformClass model, std::ostream* log) {
   return extra ? tracking::MakeExtraSolver(model, log) : tracking::MakePrimarySolver(model, log);
@@ -426,9 +452,14 @@ TEST(OpticFlow, ModelWithoutSolverMeasuresZeroAndRefinesNothing) {
 // beyond width - 1, bottom from height - 1 on; outside reads black.
 TEST(SampleTarget, GivesTheBitsOfThePlainReadingUpToTheEdges) {
   const img::float_image& target = Reference();
+  // Every pixel: enough samples for the split between threads. Three more
+  // make a count that is no multiple of the vector width, with coordinates
+  // past 2^31 that must stay unsigned.
   std::vector<FlowSample> samples;
-  for (uint32_t y = 0; y < kH; y += 3)
-    for (uint32_t x = 0; x < kW; x += 2) samples.push_back({{}, 0, x, y});
+  for (uint32_t y = 0; y < kH; ++y)
+    for (uint32_t x = 0; x < kW; ++x) samples.push_back({{}, 0, x, y});
+  for (const uint32_t far : {0x80000000u, 0xfffffff0u, 7u})
+    samples.push_back({{}, 0, far, far == 7 ? 0xfffffff0u : 9u});
   std::mt19937 rng(17);
   std::uniform_real_distribution<double> shift(-30, 30), lin(-0.05, 0.05);
   for (int trial = 0; trial < 40; ++trial) {
@@ -453,8 +484,248 @@ TEST(SampleTarget, GivesTheBitsOfThePlainReadingUpToTheEdges) {
       }
       ++inside;
     }
-    ASSERT_EQ(tracking::SampleTarget(target, t, samples, fast), inside) << t;
-    ASSERT_EQ(std::memcmp(fast.data(), plain.data(), fast.size() * sizeof(Colour)), 0) << t;
+    for (const PathMode& mode : kPathModes) {
+      const UsePaths paths(mode);
+      // Garbage first: a sample outside must be written black, not skipped.
+      std::memset(fast.data(), 0xff, fast.size() * sizeof(Colour));
+      ASSERT_EQ(tracking::SampleTarget(target, t, samples, fast), inside) << mode.name << " " << t;
+      ASSERT_EQ(std::memcmp(fast.data(), plain.data(), fast.size() * sizeof(Colour)), 0)
+          << mode.name << " " << t;
+    }
+  }
+}
+
+// The primary residual written plainly, one sample and one channel at a
+// time: the right side and E of every path must have its bits. Flat
+// channels (no weight) and ignored samples are mixed in.
+TEST(Solver, ResidualGivesTheBitsOfThePlainSums) {
+  const size_t n = 5003;
+  Constraints c = MakeConstraints(affine::translation(0.2, 0.1), n, 31);
+  std::mt19937 rng(8);
+  std::uniform_real_distribution<float> noise(-9, 9), limit(0, 800);
+  for (size_t i = 0; i < n; ++i) {
+    c.samples[i].limit = limit(rng);
+    for (int ch = 0; ch < 4; ++ch) c.values[i][ch] += noise(rng);
+    if (i % 7 == 0) c.gx[i][i % 3] = c.gy[i][i % 3] = 0;  // one flat channel
+    if (i % 11 == 0) c.gx[i] = c.gy[i] = {};              // a flat pixel
+  }
+  for (const TransformClass model : kModels) {
+    auto solver = Make(false, model, nullptr);
+    solver->resize_normals(n);
+    for (size_t i = 0; i < n; ++i)
+      solver->set_normals(i, c.samples[i].x, c.samples[i].y, c.samples[i], c.gx[i].data(),
+                          c.gy[i].data());
+    solver->prepare(c.samples);
+    const auto normals = solver->normals();
+    for (const float coefficient : {1.0f, 4.0f}) {
+      std::vector<double> g(6, 0.0);
+      double E = 0;
+      size_t ignored = 0;
+      for (size_t i = 0; i < n; ++i) {
+        const FlowSample& s = c.samples[i];
+        float d[4];
+        for (int ch = 0; ch < 4; ++ch) d[ch] = c.values[i][ch] - s.colour[ch];
+        float e2 = d[0] * d[0];
+        e2 = e2 + d[1] * d[1];
+        e2 = e2 + d[2] * d[2];
+        e2 = e2 + d[3] * d[3];
+        if (e2 > s.limit * coefficient) {
+          ++ignored;
+          d[0] = d[1] = d[2] = 0;
+        }
+        const double x = s.x, y = s.y;
+        for (size_t k = 0; k < 3; ++k) {
+          const auto& nk = normals[3 * i + k];
+          if (!(nk.weight > 0)) continue;
+          const double nx = nk.nx, ny = nk.ny;
+          const double r = (nx * x + ny * y) - double(d[2 - k]) * double(nk.inv_length);
+          const double f = double(nk.weight) * r;
+          double row[6] = {nx, ny};
+          if (model == Affine) {
+            row[2] = nx * x, row[3] = nx * y, row[4] = ny * x, row[5] = ny * y;
+          } else if (model != Translation) {
+            row[2] = nx * x + ny * y, row[3] = x * ny - y * nx;
+          }
+          for (size_t j = 0; j < 6; ++j) g[j] = g[j] + f * row[j];
+        }
+        E = E + double(e2 < s.limit ? e2 : s.limit);
+      }
+      ASSERT_GT(ignored, n / 50);
+      ASSERT_LT(ignored, n / 2);
+      for (const PathMode& mode : kPathModes) {
+        SCOPED_TRACE(std::string(mode.name) + ", model " + std::to_string(int(model)));
+        const UsePaths paths(mode);
+        solver->set_portion(coefficient);
+        EXPECT_EQ(solver->residual(c.samples, c.values), E);
+        const auto right = solver->right_side();
+        ASSERT_EQ(right.size(), solver->model_name() == "translation" ? 2u
+                                : solver->model_name() == "affine"    ? 6u
+                                                                      : 4u);
+        EXPECT_EQ(std::memcmp(right.data(), g.data(), right.size() * sizeof(double)), 0);
+      }
+    }
+    EXPECT_TRUE(Make(true, model, nullptr)->right_side().empty());
+  }
+}
+
+// Whole refinements pinned bit for bit: every transformation, discrepancy,
+// amendment, portion coefficient and log text of these runs was captured
+// from the plain one-sample-at-a-time implementation, and any faster path
+// must reproduce them exactly. The pictures are large enough for the split
+// of the samples between threads; they include noise, a covered area that
+// trips the adaptive threshold, samples that leave the picture, and a
+// plate over a background that moves otherwise.
+struct PinnedScene {
+  const char* name;
+  img::float_image reference, target;
+  img::bitmap<img::bit1> mask;
+  affine start, other;  // the candidate refined; another one measured in between
+};
+
+uint64_t Fnv(uint64_t h, const void* data, size_t size) {
+  const auto* p = static_cast<const unsigned char*>(data);
+  for (size_t i = 0; i < size; ++i) h = (h ^ p[i]) * 0x100000001b3ull;
+  return h;
+}
+
+// Collects the bits of every result, and their text for a failure message.
+struct Digest {
+  uint64_t hash = 0xcbf29ce484222325ull;
+  std::string text;
+  void add(double v) {
+    hash = Fnv(hash, &v, sizeof v);
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%a ", v);
+    text += buf;
+  }
+  void add(const affine& a) {
+    for (const double v : {a.x, a.y, a.xx, a.xy, a.yx, a.yy}) add(v);
+    text += "| ";
+  }
+  void add(const std::string& log) { hash = Fnv(hash, log.data(), log.size()); }
+};
+
+std::vector<PinnedScene> PinnedScenes() {
+  std::vector<PinnedScene> scenes;
+  constexpr uint32_t W = 256, H = 192;
+  const auto centred = [](const affine& m) {
+    return affine::translation(128, 96) * m * affine::translation(-128, -96);
+  };
+  {
+    const affine truth = centred(Rotation(0.8, 1.01, 1.3, -0.7));
+    PinnedScene s{"NoiseAndCover",
+                  RenderTexture(W, H, kIdentity),
+                  RenderTexture(W, H, truth),
+                  RectMask(W, H, 40, 30, 216, 162),
+                  affine::translation(0.6, -0.3) * truth,
+                  affine::translation(-0.4, 0.5) * truth};
+    // Noise on every colour, and a patch of another texture over a fifth
+    // of the mask.
+    std::mt19937 rng(23);
+    std::uniform_real_distribution<float> noise(-4, 4);
+    const img::float_image cover = RenderTexture(W, H, kIdentity, 99);
+    for (uint32_t y = 0; y < H; ++y)
+      for (uint32_t x = 0; x < W; ++x) {
+        float* p = img::pixel(s.target, x, y);
+        if (x >= 60 && x < 130 && y >= 40 && y < 110) std::copy_n(img::pixel(cover, x, y), 3, p);
+        for (int c = 0; c < 3; ++c) p[c] = std::clamp(p[c] + noise(rng), 0.0f, 255.0f);
+      }
+    scenes.push_back(std::move(s));
+  }
+  {
+    // The right and bottom of the mask leave the picture.
+    const affine truth = affine::translation(45.4, 34.7);
+    scenes.push_back({"LeavesThePicture", RenderTexture(W, H, kIdentity),
+                      RenderTexture(W, H, truth), RectMask(W, H, 40, 30, 216, 162),
+                      affine::translation(44.9, 35.2), affine::translation(46, 34)});
+  }
+  {
+    img::synthetic_shot shot;
+    shot.width = 320;
+    shot.height = 240;
+    shot.plate_left = 100;
+    shot.plate_top = 70;
+    shot.plate_width = 120;
+    shot.plate_height = 100;
+    shot.key_frame = 0;
+    img::image frame;
+    PinnedScene s{"PlateOverBackground", {}, {}, RectMask(320, 240, 90, 60, 232, 182), {}, {}};
+    shot.render(0, frame);
+    img::convert_to_float(s.reference, frame);
+    shot.render(3, frame);
+    img::convert_to_float(s.target, frame);
+    s.start = affine::translation(-0.5, 0.4) * shot.plate_motion(3);
+    s.other = affine::translation(0.7, 0.2) * shot.plate_motion(3);
+    scenes.push_back(std::move(s));
+  }
+  return scenes;
+}
+
+// Refines the start, then measures the other candidate and refines the
+// start again from the right side that measure left (as the frame loop
+// does), on a second reference frame that inherits the portion
+// coefficient.
+Digest RunPinned(const PinnedScene& s, TransformClass model, bool intensive) {
+  Digest d;
+  std::ostringstream log;
+  OpticFlow flow(&log);
+  EXPECT_TRUE(flow.initialise(kIdentity, s.reference, s.mask, model, intensive));
+  d.add(double(flow.samples().size()));
+  flow.set(s.start, -1);
+  d.add(flow.measure(s.target, nullptr));
+  flow.set(s.start, -1);
+  flow.optimise(s.target, 15, nullptr);
+  d.add(flow.transformation());
+  d.add(flow.amendment());
+  d.add(flow.discrepancy());
+  const double best = flow.discrepancy();
+  const affine refined = flow.transformation();
+  if (flow.solver()) d.add(double(flow.solver()->portion()));
+  d.add(flow.measure(s.target, nullptr));
+  flow.set(s.other, -1);
+  d.add(flow.measure(s.target, nullptr));
+  flow.set(s.start, best);
+  flow.optimise_once(s.target, 15, nullptr);
+  d.add(flow.transformation());
+  d.add(flow.discrepancy());
+  // The target becomes the next reference frame.
+  EXPECT_TRUE(flow.initialise(kIdentity, s.target, s.mask, model, intensive));
+  flow.set(refined.inverse(), -1);
+  flow.optimise(s.reference, 15, nullptr);
+  d.add(flow.transformation());
+  d.add(flow.discrepancy());
+  if (flow.solver()) d.add(double(flow.solver()->portion()));
+  d.add(log.str());
+  return d;
+}
+
+TEST(OpticFlow, RefinementsGiveThePinnedBits) {
+  const struct {
+    TransformClass model;
+    bool intensive;
+    uint64_t digest[3];  // one per scene
+  } cases[] = {
+      {Translation, false, {0x2b6404b574d01df1ull, 0x24babfff6cf20352ull, 0x69fc44860b759a82ull}},
+      {Translation, true, {0x671d6cce97ef3a6cull, 0x34aa93f22f3a763eull, 0x43a4f312515bf90full}},
+      {Rigid, false, {0x6d43ba5220079bf9ull, 0xb2ec91eb62e5a415ull, 0x7d9dc488d95b86a1ull}},
+      {Rigid, true, {0x9863093b9bc17ae7ull, 0xa28e688af3d68e18ull, 0x4022de52aa3a649aull}},
+      {RigidScale, false, {0x84a49fc58a971520ull, 0x699ee7595c9c01b0ull, 0x30b48c91db6af66eull}},
+      {RigidScale, true, {0x1e978d151ac1a15ull, 0x69f816644466864aull, 0xe22225f46694043eull}},
+      {Affine, false, {0xaf0c8ccb1bfcbb32ull, 0x796a535e512c4207ull, 0xdb08f34884958d4eull}},
+      {Affine, true, {0x73c252b1cae2a8aull, 0x9524c2cb0112b8d1ull, 0x304513a6f76bb20dull}},
+      {Affine1, true, {0xabb2f035a52a4982ull, 0x8265a090b522b9eeull, 0xe01f4f646f947749ull}},
+  };
+  const std::vector<PinnedScene> scenes = PinnedScenes();
+  for (const PathMode& mode : kPathModes) {
+    const UsePaths paths(mode);
+    for (const auto& c : cases)
+      for (size_t i = 0; i < scenes.size(); ++i) {
+        const Digest d = RunPinned(scenes[i], c.model, c.intensive);
+        EXPECT_EQ(d.hash, c.digest[i])
+            << mode.name << ", " << scenes[i].name << ", model " << int(c.model)
+            << (c.intensive ? ", intensive" : "") << ": 0x" << std::hex << d.hash << "\n"
+            << d.text;
+      }
   }
 }
 
