@@ -46,17 +46,24 @@ struct Recorder : tracking::TrackingHost {
 // A shot served by name through a cache, as the worker sees its footage.
 struct Footage {
   TrackingShot shot;
+  int32_t misfit_frame = -1;  // rendered one pixel wider than the others
   std::vector<std::string> names;
   img::Cache cache;
   img::bitmap<img::bit1> mask;
 
   explicit Footage(const TrackingShot& s)
       : shot(s),
-        cache(
-            [this](const std::string& name, img::image& out) { shot.render(std::stoi(name), out); },
-            int64_t(1) << 30) {
+        cache([this](const std::string& name, img::image& out) { Load(name, out); },
+              int64_t(1) << 30) {
     for (int32_t f = 0; f < shot.frames; ++f) names.push_back(std::to_string(f));
     shot.plate_mask(mask);
+  }
+
+  void Load(const std::string& name, img::image& out) const {
+    const int32_t frame = std::stoi(name);
+    TrackingShot s = shot;
+    if (frame == misfit_frame) ++s.width;
+    s.render(frame, out);
   }
 
   tracking::TrackingRun Run(Recorder& host, const VLSegmentParams& params) {
@@ -225,5 +232,219 @@ INSTANTIATE_TEST_SUITE_P(Shots,
                          FrameLoopAccuracy,
                          ::testing::ValuesIn(kAccuracy),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// --- A lost object -----------------------------------------------------------
+
+// A 60-pixel plate that accelerates out of the picture: going backward from
+// the key frame (8 of 12) its right edge is 19 pixels inside at distance 6
+// and 11 pixels outside at distance 7; forward it stays well inside.
+// `mirrored` flips the picture, so that the forward pass loses it instead.
+TrackingShot LeavingShot(bool mirrored) {
+  TrackingShot s;
+  s.frames = 12;
+  s.key_frame = mirrored ? 3 : 8;
+  s.plate_left = mirrored ? 320 - 115 : 55;
+  s.plate_top = 90;
+  s.plate_width = 60;
+  s.plate_height = 60;
+  s.plate.shift_x = 4;
+  s.plate.ease = 0.5;
+  return s;
+}
+
+struct LostCase {
+  const char* name;
+  bool mirrored;
+  unsigned pitch;
+  bool original_mask;
+  int32_t lost_at;  // -1: never
+  My::Span data;    // what the run leaves
+};
+
+void PrintTo(const LostCase& c, std::ostream* out) {
+  *out << c.name;
+}
+
+class FrameLoopLost : public ::testing::TestWithParam<LostCase> {};
+
+TEST_P(FrameLoopLost, EndsOnlyItsDirectionAtTheFirstReferenceFrameOutside) {
+  const LostCase& c = GetParam();
+  Footage footage(LeavingShot(c.mirrored));
+  Recorder host;
+  VLSegmentParams params;
+  params.MotionModel = Translation;
+  params.MaskGenerationPitch = c.pitch;
+  params.OriginalMaskInAllFrames = c.original_mask;
+  const int32_t key = footage.shot.key_frame;
+  tracking::TrackSegment(footage.Run(host, params), {key, key});
+  EXPECT_EQ(host.directions, (std::vector<int>{0, 1}));
+  if (c.lost_at < 0)
+    EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+  else
+    EXPECT_THAT(host.lost_at, ::testing::ElementsAre(c.lost_at));
+  EXPECT_EQ(host.data.DataSpan(key), c.data);
+  // While the plate is wholly in the picture it is tracked as well as ever.
+  // With the key frame's mask in every frame, the reference frames' masks
+  // cover mostly background by then, so only the structure is checked.
+  if (c.original_mask) return;
+  for (int32_t f = c.data.first; f < c.data.last; ++f) {
+    const double left = footage.shot.plate_motion(f).x + footage.shot.plate_left;
+    if (left < 0 || left + footage.shot.plate_width > footage.shot.width) continue;
+    double mean;
+    EXPECT_LT(footage.shot.corner_error(host.data.At(f, key), f, mean), 0.3) << "frame " << f;
+  }
+}
+
+const LostCase kLost[] = {
+    // The frame at distance 7 is the first reference frame with an empty
+    // mask; it is tracked and appended, then preparing it ends the pass.
+    {"BackwardPitch1", false, 1, false, 1, {1, 12}},
+    {"BackwardPitch7", false, 7, false, 1, {1, 12}},
+    {"ForwardPitch1", true, 1, false, 10, {0, 11}},
+    // Distance 7 is no multiple of 2, and distance 8 is the last step,
+    // which never becomes a reference frame: the pass runs to its end.
+    {"BackwardPitch2", false, 2, false, -1, {0, 12}},
+    // The key frame's mask, unwarped, is never empty.
+    {"BackwardOriginalMask", false, 1, true, -1, {0, 12}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Shots, FrameLoopLost, ::testing::ValuesIn(kLost), [](const auto& info) {
+  return std::string(info.param.name);
+});
+
+// --- Resuming ----------------------------------------------------------------
+
+struct ResumeCase {
+  const char* name;
+  unsigned pitch;
+  int stop_after;      // appends before the interrupt
+  int32_t resumes_at;  // first frame the resumed run appends
+};
+
+void PrintTo(const ResumeCase& c, std::ostream* out) {
+  *out << c.name;
+}
+
+class FrameLoopResume : public ::testing::TestWithParam<ResumeCase> {};
+
+// The resumed run rebuilds its reference frame from the pitch and the stored
+// transformations and must repeat the uninterrupted run bit for bit. This
+// relies on the refiner's portion coefficient staying at 1 on clean footage:
+// an uninterrupted run carries the coefficient from one reference frame to
+// the next, a resumed one starts it afresh at 1.
+TEST_P(FrameLoopResume, RepeatsAnUninterruptedRunExactly) {
+  const ResumeCase& c = GetParam();
+  Footage footage(ShotFor(Affine, Footage_::Clean));
+  VLSegmentParams params;
+  params.MaskGenerationPitch = c.pitch;
+
+  Recorder whole;
+  tracking::TrackSegment(footage.Run(whole, params), {6, 6});
+  ASSERT_EQ(whole.data.DataSpan(6), (My::Span{0, 13}));
+
+  Recorder first;
+  first.interrupt_after = c.stop_after;
+  tracking::TrackSegment(footage.Run(first, params), {6, 6});
+  ASSERT_EQ(first.frames.size(), size_t(c.stop_after));
+
+  Recorder rest;
+  rest.data = first.data;
+  tracking::TrackSegment(footage.Run(rest, params), first.data.DataSpan(6));
+  ASSERT_FALSE(rest.frames.empty());
+  EXPECT_EQ(rest.frames.front(), c.resumes_at);
+  EXPECT_EQ(first.frames.size() + rest.frames.size(), whole.frames.size());
+  EXPECT_TRUE(rest.data == whole.data);
+  for (int32_t f = 0; f < 13; ++f)
+    EXPECT_TRUE(rest.data.At(f, 6) == whole.data.At(f, 6))
+        << "frame " << f << "\nresumed: " << rest.data.At(f, 6)
+        << "\nwhole:   " << whole.data.At(f, 6);
+}
+
+const ResumeCase kResume[] = {
+    // Backward, stopped after distance 4: distance 5 is measured from the
+    // reference frame at distance 3, whose mask is warped anew.
+    {"BackwardPitch3", 3, 4, 1},
+    // The next distance is a multiple of the pitch: its reference frame is
+    // the one before it (distance 3), not the frame itself, which has no
+    // result yet.
+    {"BackwardAtPitchMultiple", 3, 5, 0},
+    {"ForwardAtPitchMultiple", 3, 9, 9},
+    // Backward complete, forward not begun: forward starts with the key
+    // frame's own entry.
+    {"BetweenDirections", 3, 6, 6},
+    // Forward, stopped after distance 4 (entries 0 to 4).
+    {"ForwardPitch3", 3, 11, 11},
+    // Backward after distance 1, with the default pitch: the reference frame
+    // stays the key frame and the prediction still has no velocity.
+    {"BackwardPitch7", 7, 1, 4},
+};
+
+INSTANTIATE_TEST_SUITE_P(Shots,
+                         FrameLoopResume,
+                         ::testing::ValuesIn(kResume),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// --- The ends of the span ------------------------------------------------------
+
+struct SpanCase {
+  const char* name;
+  My::Span time_span;
+  std::vector<int> directions;
+  std::vector<int32_t> frames;  // in the order they are appended
+};
+
+void PrintTo(const SpanCase& c, std::ostream* out) {
+  *out << c.name;
+}
+
+class FrameLoopSpan : public ::testing::TestWithParam<SpanCase> {};
+
+TEST_P(FrameLoopSpan, TracksExactlyTheFramesOfTheSpan) {
+  const SpanCase& c = GetParam();
+  Footage footage(ShotFor(Rigid, Footage_::Clean));
+  Recorder host;
+  VLSegmentParams params;
+  params.MotionModel = Rigid;
+  tracking::TrackSegment(footage.Run(host, params, c.time_span), {6, 6});
+  EXPECT_EQ(host.directions, c.directions);
+  EXPECT_EQ(host.frames, c.frames);
+  EXPECT_EQ(host.data.DataSpan(6), c.time_span);
+  for (int32_t f = c.time_span.first; f < c.time_span.last; ++f) {
+    double mean;
+    EXPECT_LT(footage.shot.corner_error(host.data.At(f, 6), f, mean), 0.2) << "frame " << f;
+  }
+}
+
+const SpanCase kSpans[] = {
+    // Key frame first in the span: no backward pass, not even its status.
+    {"KeyFrameFirst", {6, 9}, {1}, {6, 7, 8}},
+    // Key frame last: the backward pass, then only the key frame's own
+    // forward entry.
+    {"KeyFrameLast", {4, 7}, {0, 1}, {5, 4, 6}},
+    {"KeyFrameAlone", {6, 7}, {1}, {6}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Shots, FrameLoopSpan, ::testing::ValuesIn(kSpans), [](const auto& info) {
+  return std::string(info.param.name);
+});
+
+// --- Bad footage -------------------------------------------------------------
+
+// A frame of another size ends the run with an error naming its file; what
+// was tracked before it stays.
+TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
+  Footage footage(ShotFor(Translation, Footage_::Clean));
+  footage.misfit_frame = 3;
+  Recorder host;
+  VLSegmentParams params;
+  EXPECT_THAT(
+      [&] {
+        tracking::TrackSegment(footage.Run(host, params), {6, 6});
+      },
+      ::testing::ThrowsMessage<xtd::exception>(
+          ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
+  EXPECT_EQ(host.frames, (std::vector<int32_t>{5, 4}));
+  EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+}
 
 }  // namespace
