@@ -118,7 +118,7 @@ testing_support::PlateMotion MotionOf(TransformClass model) {
   return m;
 }
 
-enum class Footage_ { Clean, Noise, Brightness, Occluder, TinyPlate };
+enum class Footage_ { Clean, Noise, Brightness, Occluder, TinyPlate, FastMotion };
 
 TrackingShot ShotFor(TransformClass model, Footage_ kind) {
   TrackingShot s;
@@ -137,6 +137,14 @@ TrackingShot ShotFor(TransformClass model, Footage_ kind) {
       // covering a sixth of its width by the last frame; the backward pass
       // stays clear of it.
       s.occluder = {235, 0, 20, 240, -10, 0};
+      break;
+    case Footage_::FastMotion:
+      // 9.8 pixels at the first step: beyond what the refinement finds from
+      // the identity, so the block matching must place it.
+      s.plate.shift_x = 13;
+      s.plate.shift_y = -5;
+      s.plate_texture.scale = 5;
+      s.background_texture.scale = 8;
       break;
     case Footage_::TinyPlate:
       // Four 8-pixel blocks: too few for block matching at any reference
@@ -219,6 +227,10 @@ const AccuracyCase kAccuracy[] = {
     {"AffineNormalOccluder", Affine, Normal, Footage_::Occluder, 0.45, 0.98, false},
     {"AffineIntensiveOccluder", Affine, Intensive, Footage_::Occluder, 0.42, 0.98, true},
     {"AffineFastestOccluder", Affine, Fastest, Footage_::Occluder, 0.51, 1.1, true},
+    {"TranslationFastFastMotion", Translation, Fast, Footage_::FastMotion, 0.03, 0.09, true},
+    {"TranslationNormalFastMotion", Translation, Normal, Footage_::FastMotion, 0.06, 0.24, false},
+    {"AffineNormalFastMotion", Affine, Normal, Footage_::FastMotion, 0.08, 0.17, false},
+    {"AffineIntensiveFastMotion", Affine, Intensive, Footage_::FastMotion, 0.08, 0.18, true},
     {"TranslationNormalTinyPlate", Translation, Normal, Footage_::TinyPlate, 0.57, 0.68, false},
     {"RigidIntensiveTinyPlate", Rigid, Intensive, Footage_::TinyPlate, 0.36, 0.9, true},
     // Every frame, then every third, becomes the reference of the next: the
@@ -227,6 +239,20 @@ const AccuracyCase kAccuracy[] = {
     {"AffineNormalPitch1", Affine, Normal, Footage_::Clean, 0.83, 1.46, false, 1},
     {"RigidScaleNormalPitch3", RigidScale, Normal, Footage_::Clean, 0.49, 0.79, true, 3},
 };
+
+// The fast-motion cases test the block matching only while the refinement
+// alone cannot follow that shot: without a grid it must lose the plate.
+TEST(FrameLoop, FastMotionIsBeyondRefinementAlone) {
+  Footage footage(ShotFor(Translation, Footage_::FastMotion));
+  Recorder host;
+  VLSegmentParams params;
+  params.MotionModel = Translation;
+  params.MotionEstimation = Fastest;
+  tracking::TrackSegment(footage.Run(host, params, {6, 8}), {6, 6});
+  ASSERT_EQ(host.data.DataSpan(6), (My::Span{6, 8}));
+  double mean;
+  EXPECT_GT(footage.shot.corner_error(host.data.At(7, 6), 7, mean), 5.0);
+}
 
 INSTANTIATE_TEST_SUITE_P(Shots,
                          FrameLoopAccuracy,
