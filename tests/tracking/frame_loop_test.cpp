@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -358,14 +359,25 @@ class FrameLoopResume : public ::testing::TestWithParam<ResumeCase> {};
 // relies on the refiner's portion coefficient staying at 1 on clean footage:
 // an uninterrupted run carries the coefficient from one reference frame to
 // the next, a resumed one starts it afresh at 1.
+// The uninterrupted run of the resume cases, once per pitch.
+const Recorder& WholeRun(unsigned pitch) {
+  static std::map<unsigned, Recorder> runs;
+  auto [it, added] = runs.try_emplace(pitch);
+  if (added) {
+    Footage footage(ShotFor(Affine, Footage_::Clean));
+    VLSegmentParams params;
+    params.MaskGenerationPitch = pitch;
+    tracking::TrackSegment(footage.Run(it->second, params), {6, 6});
+  }
+  return it->second;
+}
+
 TEST_P(FrameLoopResume, RepeatsAnUninterruptedRunExactly) {
   const ResumeCase& c = GetParam();
   Footage footage(ShotFor(Affine, Footage_::Clean));
   VLSegmentParams params;
   params.MaskGenerationPitch = c.pitch;
-
-  Recorder whole;
-  tracking::TrackSegment(footage.Run(whole, params), {6, 6});
+  const Recorder& whole = WholeRun(c.pitch);
   ASSERT_EQ(whole.data.DataSpan(6), (My::Span{0, 13}));
 
   Recorder first;
