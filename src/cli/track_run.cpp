@@ -134,17 +134,19 @@ class Tracking {
   // Runs after every batch of messages.
   void Watch() {
     TakeNotices([this](std::string text) {
-      // Runs go strictly in queue order, and a failed one posts no final
-      // status: the earliest job still in a tracking status is the one that
-      // failed (a later one may have started in the same batch). It is
-      // idle now; nothing else will say so.
+      // Runs go strictly in queue order, each one's messages before the
+      // next one's, and a failed run posts no final status: the earliest
+      // job not yet idle is the one that failed (a later one may have
+      // started in the same batch). It is idle now; nothing else will say so.
       for (Job& job : jobs_) {
         const int32_t status = job.segment->GetStatus();
-        if (status != app::kSegmentForward && status != app::kSegmentBackward) continue;
+        if (status == app::kSegmentIdle) continue;
         const My::Span data = job.segment->GetDataSpan();
-        text += " (segment " + std::to_string(job.index) + ", tracking " +
-                (status == app::kSegmentForward ? "forward" : "backward") + "; data span " +
-                std::to_string(data.first) + ":" + std::to_string(data.last) + " kept)";
+        text += " (segment " + std::to_string(job.index);
+        if (status == app::kSegmentForward || status == app::kSegmentBackward)
+          text += status == app::kSegmentForward ? ", tracking forward" : ", tracking backward";
+        text += "; data span " + std::to_string(data.first) + ":" + std::to_string(data.last) +
+                " kept)";
         job.segment->SetStatus(app::kSegmentIdle);
         break;
       }
