@@ -43,7 +43,6 @@ class ProjectSession {
   ProjectSession(const ProjectSession&) = delete;
   ProjectSession& operator=(const ProjectSession&) = delete;
   app::Velomar& app() { return app_; }
-  app::MessageQueue& queue() { return queue_; }
   // Null without a tracker.
   app::Processor* processor() { return processor_.get(); }
   const FlagDialogs& dialogs() const { return dialogs_; }
