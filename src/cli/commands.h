@@ -23,6 +23,8 @@ int RunSegment(const std::vector<std::string>& args);
 int RunExport(const std::vector<std::string>& args);
 int RunOverlay(const std::vector<std::string>& args);
 int RunSet(const std::vector<std::string>& args);
+int RunTrack(const std::vector<std::string>& args);
+int RunDemo(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -37,5 +39,7 @@ extern const Command kSegmentCommand;
 extern const Command kExportCommand;
 extern const Command kOverlayCommand;
 extern const Command kSetCommand;
+extern const Command kTrackCommand;
+extern const Command kDemoCommand;
 
 }  // namespace cli

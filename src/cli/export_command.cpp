@@ -1,12 +1,8 @@
 // velomar-cli export: the keyframe text (or, with --json, the per-frame
 // motion) of a project's overlay, without changing the project.
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <system_error>
 
 #include "app/commands/command_texts.h"
 #include "app/file/project_file.h"
@@ -16,6 +12,7 @@
 #include "base/errors.h"
 #include "cli/commands.h"
 #include "cli/options.h"
+#include "cli/output_file.h"
 #include "cli/report.h"
 
 namespace cli {
@@ -52,38 +49,6 @@ std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
   for (auto& a : args)
     if (a == "-o") a = "--output";
   return args;
-}
-
-// Writes `content` to `target` through a file beside it that is renamed over
-// the target only when complete, so a failure leaves no partial file and an
-// old target untouched.
-void WriteWhole(const std::filesystem::path& target, const std::string& content) {
-  namespace fs = std::filesystem;
-  // Built by appending: gcc 12 warns falsely about "." + string here.
-  std::string name(1, '.');
-  name += target.filename().string();
-  name += ".partial";
-  const fs::path staging = target.parent_path() / name;
-  try {
-    std::ofstream out;
-    out.exceptions(std::ios::failbit | std::ios::badbit);
-    errno = 0;
-    out.open(staging, std::ios::binary | std::ios::trunc);
-    out << content;
-    out.close();
-  } catch (const std::ios_base::failure&) {
-    const int error = errno != 0 ? errno : EIO;
-    std::error_code ignored;
-    fs::remove(staging, ignored);
-    throw SystemError(error, ("writing " + target.string()).c_str());
-  }
-  std::error_code ec;
-  fs::rename(staging, target, ec);
-  if (ec) {
-    std::error_code ignored;
-    fs::remove(staging, ignored);
-    throw SystemError(ec.value(), ("writing " + target.string()).c_str());
-  }
 }
 
 }  // namespace

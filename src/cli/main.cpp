@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -14,9 +16,9 @@
 namespace {
 
 const cli::Command* const kCommands[] = {
-    &cli::kInfoCommand,     &cli::kSequenceCommand, &cli::kConvertCommand,
-    &cli::kDemoShotCommand, &cli::kNewCommand,      &cli::kSegmentCommand,
-    &cli::kOverlayCommand,  &cli::kSetCommand,      &cli::kExportCommand,
+    &cli::kInfoCommand,   &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
+    &cli::kNewCommand,    &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
+    &cli::kExportCommand, &cli::kTrackCommand,    &cli::kDemoCommand,
 };
 
 void PrintToolHelp(FILE* out) {
@@ -51,6 +53,15 @@ std::string CrashFilePath() {
   return (base / "velomar" / "velomar-cli-crash.txt").string();
 }
 
+// Where the standard logging stream goes: nowhere. Workers log their
+// failures there ("thread error: ..."), and the commands report the same
+// failures in their own words; a second, unterminated copy would only cut
+// into the progress lines. The tracker's own log goes to VL_DEBUG_DIR.
+class DiscardingBuffer : public std::streambuf {
+ protected:
+  int overflow(int c) override { return traits_type::not_eof(c); }
+};
+
 bool WantsHelp(const std::vector<std::string>& args) {
   for (const auto& a : args)
     if (a == "--help" || a == "-h") return true;
@@ -60,6 +71,9 @@ bool WantsHelp(const std::vector<std::string>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Before any worker starts: the stream is shared by all threads. Never
+  // freed: the standard streams are flushed after static objects are gone.
+  std::clog.rdbuf(new DiscardingBuffer);
   try {
     InstallCrashHandler(CrashFilePath());
   } catch (const std::exception& e) {

@@ -1,39 +1,19 @@
 // velomar-cli new, segment: build and edit projects through the application
 // object, its questions and its undo queue, as the window does; the project
 // is saved only when the whole command worked.
-#include <charconv>
 #include <cstdio>
 #include <stdexcept>
-#include <type_traits>
 
 #include "app/model/comp.h"
-#include "base/segment_params.h"
 #include "cli/commands.h"
 #include "cli/json.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
+#include "cli/segment_setup.h"
 
 namespace cli {
 
 namespace {
-
-uint32_t ParseCount(const std::string& text, const std::string& what) {
-  uint32_t value = 0;
-  const char* end = text.data() + text.size();
-  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
-  if (text.empty() || ec != std::errc() || ptr != end)
-    throw UsageError(what + " needs a whole number, not '" + text + "'");
-  return value;
-}
-
-// Throws when the frame index is outside the composition.
-int32_t FrameIndex(VLComp& comp, int32_t index) {
-  if (index < 0 || index >= comp.GetLength())
-    throw std::runtime_error("frame " + std::to_string(index) +
-                             " is outside the composition (0 to " +
-                             std::to_string(comp.GetLength() - 1) + ")");
-  return index;
-}
 
 int32_t SegmentIndex(VLComp& comp, const std::string& text) {
   const uint32_t index = ParseCount(text, "a segment");
@@ -43,76 +23,20 @@ int32_t SegmentIndex(VLComp& comp, const std::string& text) {
   return int32_t(index);
 }
 
-// KEY=VALUE for one stored parameter: numbers, 0/1 or true/false, file words.
-void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
-  const auto eq = assignment.find('=');
-  if (eq == std::string::npos) throw UsageError("--param needs KEY=VALUE");
-  const std::string key = assignment.substr(0, eq), text = assignment.substr(eq + 1);
-  for (const auto& field : SegmentParamFields()) {
-    if (key != field.key) continue;
-    std::visit(
-        [&](auto member) {
-          auto& value = params.*member;
-          using T = std::decay_t<decltype(value)>;
-          if constexpr (std::is_same_v<T, unsigned>) {
-            value = ParseCount(text, key);
-          } else if constexpr (std::is_same_v<T, bool>) {
-            if (text != "0" && text != "1" && text != "true" && text != "false")
-              throw UsageError(key + " is 0, 1, true or false");
-            value = text == "1" || text == "true";
-          } else {
-            const auto word = FromFileWord<T>(text);
-            if (!word) throw UsageError("'" + text + "' is no value of " + key);
-            value = *word;
-          }
-        },
-        field.member);
-    return;
-  }
-  std::string keys;
-  for (const auto& field : SegmentParamFields())
-    keys += std::string(keys.empty() ? "" : ", ") + field.key;
-  throw UsageError("unknown parameter " + key + " (known: " + keys + ")");
-}
-
 int RunSegmentAdd(const Options& options, bool json) {
   const auto& pos = options.positional();
   if (pos.size() != 2) throw UsageError("segment add needs PROJECT");
-  if (!options.has("--key") || !options.has("--mask"))
-    throw UsageError("segment add needs --key FRAME and --mask MASK");
-  const int32_t key = ParseFrameIndex(options.value("--key"), "--key");
-  int32_t span_first = 0, span_last = 0;
-  const bool has_span = options.has("--span");
-  if (has_span) {
-    const std::string& span = options.value("--span");
-    const auto colon = span.find(':');
-    if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
-    span_first = ParseFrameIndex(span.substr(0, colon), "--span");
-    span_last = ParseFrameIndex(span.substr(colon + 1), "--span");
-    if (span_first > key || span_last <= key)
-      throw UsageError(
-          "--span FIRST:LAST must hold the key frame (LAST is one past the last frame)");
-  }
-  VLSegmentParams params;
+  const SegmentSpec spec = ParseSegmentSpec(options);
   ProjectSession session(options.flag("--yes"));
   return session.Run(
       [&] {
         session.Open(pos[1]);
-        VLComp& comp = session.comp();
-        comp.SetCurrentTime(FrameIndex(comp, key));
-        session.app().OnNewSegment();
-        VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
-        if (has_span)
-          segment.SetTimeSpan(FrameIndex(comp, span_first), FrameIndex(comp, span_last - 1) + 1);
-        params = segment.GetParams();
-        for (const auto& p : options.values("--param")) ApplyParam(params, p);
-        segment.SetParams(params);
-        session.app().ImportMaskFile(options.value("--mask"));
+        const int32_t index = AddSegment(session, spec);
         session.app().OnSave();
         if (json)
-          std::printf("{\"segment\": %d}\n", comp.GetActiveSegment());
+          std::printf("{\"segment\": %d}\n", index);
         else
-          std::printf("%d\n", comp.GetActiveSegment());
+          std::printf("%d\n", index);
       },
       json, "adding a segment");
 }
@@ -154,9 +78,7 @@ int RunNew(const std::vector<std::string>& args) {
   ProjectSession session(false);
   return session.Run(
       [&] {
-        session.app().LoadSequenceFile(options.positional()[0], rate);
-        if (!session.app().IsProjectOpen())
-          throw std::runtime_error("no images in sequence: " + options.positional()[0]);
+        NewProjectFromSequence(session, options.positional()[0], rate);
         session.app().SaveProjectAs(out);
       },
       json);

@@ -6,8 +6,10 @@
 
 #include "app/commands/project_files.h"
 #include "app/model/comp.h"
+#include "app/work/processor.h"
 #include "cli/options.h"
 #include "cli/report.h"
+#include "imaging/global_cache.h"
 
 namespace cli {
 
@@ -16,12 +18,29 @@ app::Answer FlagDialogs::ask(const std::string& text, app::Buttons buttons, app:
   return ScriptedDialogs::ask(text, buttons, icon);
 }
 
-ProjectSession::ProjectSession(bool yes)
+ProjectSession::ProjectSession(bool yes, bool tracker)
     : dialogs_(yes),
+      processor_(tracker ? std::make_unique<app::Processor>(
+                               app::ProcessorPorts{.queue = queue_,
+                                                   .dialogs = dialogs_,
+                                                   .cache = img::global_cache(),
+                                                   .prefetcher = &img::global_prefetcher(),
+                                                   .pump = [this] { queue_.pump(); }})
+                         : nullptr),
       app_({.queue = queue_,
             .dialogs = dialogs_,
             .profile = profile_,
-            .files = app::ProjectFiles()}) {}
+            .files = app::ProjectFiles(),
+            .jobs = processor_.get()}) {}
+
+ProjectSession::~ProjectSession() {
+  if (!processor_) return;
+  try {
+    processor_->cancel_all_and_wait();
+  } catch (const std::exception&) {
+    // A message that fails while the session ends has no one left to tell.
+  }
+}
 
 VLComp& ProjectSession::comp() {
   return app_.GetComposition();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,10 @@
 #include "app/scripted_dialogs.h"
 
 class VLComp;
+
+namespace app {
+class Processor;
+}
 
 namespace cli {
 
@@ -29,8 +34,17 @@ class FlagDialogs : public app::ScriptedDialogs {
 
 class ProjectSession {
  public:
-  explicit ProjectSession(bool yes);
+  // With `tracker`, the session has a tracking worker of its own, an
+  // app::Processor over the program's frame cache and prefetcher that the
+  // composition's jobs go to, as in the window; without, no segment tracks.
+  explicit ProjectSession(bool yes, bool tracker = false);
+  // Stops any tracking first: the worker must not outlive the segments.
+  ~ProjectSession();
+  ProjectSession(const ProjectSession&) = delete;
+  ProjectSession& operator=(const ProjectSession&) = delete;
   app::Velomar& app() { return app_; }
+  // Null without a tracker.
+  app::Processor* processor() { return processor_.get(); }
   const FlagDialogs& dialogs() const { return dialogs_; }
   VLComp& comp();
   // Runs `command` and returns 0; a failure is reported through the
@@ -48,6 +62,7 @@ class ProjectSession {
   // Each command starts from the default preferences: a script's result must
   // not depend on the desktop settings of whoever runs it.
   app::MemoryProfileStore profile_;
+  std::unique_ptr<app::Processor> processor_;
   app::Velomar app_;
 };
 

@@ -5,11 +5,11 @@
 
 #include "base/pixel_aspect.h"
 #include "cli/commands.h"
+#include "cli/demo_shot.h"
 #include "cli/json.h"
 #include "cli/options.h"
 #include "cli/report.h"
 #include "imaging/image_list.h"
-#include "imaging/multi_io.h"
 #include "imaging/synthetic_shot.h"
 
 namespace cli {
@@ -59,7 +59,6 @@ int RunDemoShot(const std::vector<std::string>& args) {
   if (options.positional().size() != 1) throw UsageError("demo-shot needs one DIR");
   try {
     const std::filesystem::path dir(options.positional()[0]);
-    std::filesystem::create_directories(dir);
     std::string format = options.has("--format") ? options.value("--format") : "tga";
     img::synthetic_shot shot;
     if (options.has("--frames")) {
@@ -67,31 +66,8 @@ int RunDemoShot(const std::vector<std::string>& args) {
       if (shot.frames < 1 || shot.frames > 10000) throw UsageError("--frames must be 1 to 10000");
       shot.key_frame = shot.frames / 2;
     }
-    img::multi_writer writer;
-    img::image frame;
-    std::string ext = format;
-    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    for (int32_t f = 0; f < shot.frames; ++f) {
-      shot.render(f, frame);
-      char name[32];
-      std::snprintf(name, sizeof name, "shot_%04d.", f);
-      writer.write((dir / (name + ext)).string(), format, frame, false);
-      if (!json) std::fprintf(stderr, "\rframe %d of %d", f + 1, shot.frames);
-    }
-    if (!json) std::fprintf(stderr, "\n");
-    img::bitmap<img::bit1> mask;
-    shot.plate_mask(mask);
-    img::image mask_picture(shot.width, shot.height);
-    for (uint32_t y = 0; y < shot.height; ++y)
-      for (uint32_t x = 0; x < shot.width; ++x) {
-        const bool inside = mask.rows[y][x >> 3] & (128 >> (x & 7));
-        uint8_t* p = mask_picture.rows[y] + 4 * x;
-        p[0] = p[1] = p[2] = inside ? 255 : 0;
-        p[3] = 255;
-      }
-    char key_name[32];
-    std::snprintf(key_name, sizeof key_name, "mask_%04d.bmp", shot.key_frame);
-    writer.write((dir / key_name).string(), "BMP", mask_picture, false);
+    const DemoShotFiles files = WriteDemoShot(dir, shot, format, !json);
+    const std::string key_name = std::filesystem::path(files.mask).filename().string();
     if (json) {
       Json j;
       j.begin_object()
@@ -102,12 +78,12 @@ int RunDemoShot(const std::vector<std::string>& args) {
           .key("key_frame")
           .value(shot.key_frame)
           .key("mask")
-          .value((dir / key_name).string())
+          .value(files.mask)
           .end_object();
       std::printf("%s\n", j.str().c_str());
     } else {
       std::printf("%d frames of %u x %u in %s, key frame %d, mask %s\n", shot.frames, shot.width,
-                  shot.height, dir.string().c_str(), shot.key_frame, key_name);
+                  shot.height, dir.string().c_str(), shot.key_frame, key_name.c_str());
     }
     return 0;
   } catch (const UsageError&) {

@@ -1,0 +1,14 @@
+// Output files of velomar-cli: written whole or not at all.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace cli {
+
+// Writes `content` to `target` through a file beside it that is renamed over
+// the target only when complete, so a failure leaves no partial file and an
+// old target untouched. Throws SystemError naming the target.
+void WriteWhole(const std::filesystem::path& target, const std::string& content);
+
+}  // namespace cli

@@ -1,0 +1,109 @@
+#include "cli/segment_setup.h"
+
+#include <charconv>
+#include <filesystem>
+#include <stdexcept>
+#include <type_traits>
+
+#include "app/model/comp.h"
+#include "cli/options.h"
+#include "cli/project_session.h"
+
+namespace cli {
+
+uint32_t ParseCount(const std::string& text, const std::string& what) {
+  uint32_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end)
+    throw UsageError(what + " needs a whole number, not '" + text + "'");
+  return value;
+}
+
+int32_t FrameIndex(const VLComp& comp, int32_t index) {
+  if (index < 0 || index >= comp.GetLength())
+    throw std::runtime_error("frame " + std::to_string(index) +
+                             " is outside the composition (0 to " +
+                             std::to_string(comp.GetLength() - 1) + ")");
+  return index;
+}
+
+SegmentSpec ParseSegmentSpec(const Options& options) {
+  if (!options.has("--key") || !options.has("--mask"))
+    throw UsageError("a segment needs --key FRAME and --mask MASK");
+  SegmentSpec spec;
+  spec.key = ParseFrameIndex(options.value("--key"), "--key");
+  spec.mask = options.value("--mask");
+  spec.params = options.values("--param");
+  if (options.has("--span")) {
+    const std::string& span = options.value("--span");
+    const auto colon = span.find(':');
+    if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
+    const My::Span s{ParseFrameIndex(span.substr(0, colon), "--span"),
+                     ParseFrameIndex(span.substr(colon + 1), "--span")};
+    if (s.first > spec.key || s.last <= spec.key)
+      throw UsageError(
+          "--span FIRST:LAST must hold the key frame (LAST is one past the last frame)");
+    spec.span = s;
+  }
+  // Malformed parameters fail before any file is touched.
+  VLSegmentParams probe;
+  for (const auto& p : spec.params) ApplyParam(probe, p);
+  return spec;
+}
+
+void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
+  const auto eq = assignment.find('=');
+  if (eq == std::string::npos) throw UsageError("--param needs KEY=VALUE");
+  const std::string key = assignment.substr(0, eq), text = assignment.substr(eq + 1);
+  for (const auto& field : SegmentParamFields()) {
+    if (key != field.key) continue;
+    std::visit(
+        [&](auto member) {
+          auto& value = params.*member;
+          using T = std::decay_t<decltype(value)>;
+          if constexpr (std::is_same_v<T, unsigned>) {
+            value = ParseCount(text, key);
+          } else if constexpr (std::is_same_v<T, bool>) {
+            if (text != "0" && text != "1" && text != "true" && text != "false")
+              throw UsageError(key + " is 0, 1, true or false");
+            value = text == "1" || text == "true";
+          } else {
+            const auto word = FromFileWord<T>(text);
+            if (!word) throw UsageError("'" + text + "' is no value of " + key);
+            value = *word;
+          }
+        },
+        field.member);
+    return;
+  }
+  std::string keys;
+  for (const auto& field : SegmentParamFields())
+    keys += std::string(keys.empty() ? "" : ", ") + field.key;
+  throw UsageError("unknown parameter " + key + " (known: " + keys + ")");
+}
+
+void NewProjectFromSequence(ProjectSession& session, const std::string& path, uint32_t rate) {
+  // The frames keep the names they are opened by, and the project stores
+  // them against its own folder: a name relative to the working folder would
+  // be stored against the wrong base.
+  session.app().LoadSequenceFile(std::filesystem::absolute(path).string(), rate);
+  if (!session.app().IsProjectOpen()) throw std::runtime_error("no images in sequence: " + path);
+}
+
+int32_t AddSegment(ProjectSession& session, const SegmentSpec& spec) {
+  VLComp& comp = session.comp();
+  comp.SetCurrentTime(FrameIndex(comp, spec.key));
+  session.app().OnNewSegment();
+  VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
+  if (spec.span)
+    segment.SetTimeSpan(FrameIndex(comp, spec.span->first),
+                        FrameIndex(comp, spec.span->last - 1) + 1);
+  VLSegmentParams params = segment.GetParams();
+  for (const auto& p : spec.params) ApplyParam(params, p);
+  segment.SetParams(params);
+  session.app().ImportMaskFile(spec.mask);
+  return comp.GetActiveSegment();
+}
+
+}  // namespace cli

@@ -1,0 +1,62 @@
+// Tracking from the command line as the window tracks: segments queued
+// through the session's app::Processor with Process, the worker's messages
+// run on this thread, progress on standard error, and Ctrl-C stopping the
+// jobs as Cancel All does, so that what was computed is kept and the next
+// run resumes from it.
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class VLSegment;
+
+namespace cli {
+
+class ProjectSession;
+
+// While alive, Ctrl-C (SIGINT) no longer ends the program: it only raises a
+// flag that TrackSegments watches. A second Ctrl-C ends the program at once,
+// as usual. Keep it alive until the results are saved, so that the first
+// Ctrl-C can never cut a save short. One at a time.
+class InterruptWatch {
+ public:
+  InterruptWatch();
+  ~InterruptWatch();
+  InterruptWatch(const InterruptWatch&) = delete;
+  InterruptWatch& operator=(const InterruptWatch&) = delete;
+  bool fired() const;
+
+ private:
+  struct sigaction previous_;
+};
+
+struct TrackOutcome {
+  bool cancelled = false;  // Ctrl-C stopped the jobs
+  // Texts of the warnings the runs left (a frame that could not be read, a
+  // mask refused); each stands for a run that failed.
+  std::vector<std::string> failures;
+  int64_t frames = 0;  // frames added over all segments
+  double seconds = 0;  // wall time from queueing until every run ended
+};
+
+// Queues the segments (composition indices, in this order) as Process does
+// and runs the owning thread's messages until every run has ended, showing
+// progress on standard error (one line redrawn on a terminal, a line now
+// and then otherwise) and printing the runs' information boxes (an object
+// lost) there as they come. A segment with nothing left to track is passed
+// over with a line on standard error. When `watch` fires, all jobs are
+// cancelled and waited for. Afterwards no segment is left in a tracking
+// status. The session must have a tracker.
+TrackOutcome TrackSegments(ProjectSession& session,
+                           const std::vector<int32_t>& segments,
+                           const InterruptWatch& watch);
+
+// The segment's stored transformations over its data span, in frame order:
+// a line per frame with the frame index and xx xy yx yy x y of the
+// transformation from key-frame coordinates to that frame, each with 17
+// significant digits, separated by single blanks.
+std::string TransformsText(const VLSegment& segment);
+
+}  // namespace cli
