@@ -6,6 +6,7 @@
 //
 // Arguments: picture height (1080 or 720), MotionEstimation (0 to 3).
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 
 #include <map>
 #include <memory>
@@ -77,12 +78,27 @@ void AddStages(const timing::node& node,
   }
 }
 
+// The whole process's processor time (every thread) and minor page faults:
+// wall time means little on a shared machine, and the faults show whether
+// frame-sized buffers are mapped afresh for every frame.
+struct Usage {
+  double user = 0, system = 0;
+  double faults = 0;
+  static Usage now() {
+    rusage r{};
+    getrusage(RUSAGE_SELF, &r);
+    return {double(r.ru_utime.tv_sec) + 1e-6 * double(r.ru_utime.tv_usec),
+            double(r.ru_stime.tv_sec) + 1e-6 * double(r.ru_stime.tv_usec), double(r.ru_minflt)};
+  }
+};
+
 void BM_TrackFrames(benchmark::State& state) {
   const Footage& footage = FootageOf(uint32_t(state.range(0)));
   VLSegmentParams params;
   params.MotionEstimation = MotionEstimation(state.range(1));
   int64_t frames = 0;
   std::map<std::string, double> stage_ms;
+  const Usage before = Usage::now();
   for (auto _ : state) {
     Sink sink;
     timing::tree tree;
@@ -96,6 +112,12 @@ void BM_TrackFrames(benchmark::State& state) {
     frames += kFrames - kKey;
     AddStages(tree.root(), "", stage_ms);
   }
+  const Usage after = Usage::now();
+  const double n = double(frames);
+  state.counters["process_cpu_ms_per_frame"] =
+      1000 * (after.user + after.system - before.user - before.system) / n;
+  state.counters["system_ms_per_frame"] = 1000 * (after.system - before.system) / n;
+  state.counters["minor_faults_per_frame"] = (after.faults - before.faults) / n;
   state.counters["ms_per_frame"] = benchmark::Counter(
       double(frames) / 1000.0, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
   for (const auto& [stage, ms] : stage_ms)

@@ -15,6 +15,8 @@
 #include "cli/project_session.h"
 #include "cli/segment_setup.h"
 #include "cli/track_run.h"
+#include "imaging/cache.h"
+#include "imaging/global_cache.h"
 
 namespace cli {
 
@@ -23,6 +25,10 @@ namespace {
 // The exit status of a run that Ctrl-C stopped, as shells report a program
 // ended by SIGINT.
 constexpr int kCancelledStatus = 130;
+
+// Frames the cache keeps during a command run: per direction a reference
+// frame, a target and a few read ahead, with room to spare.
+constexpr int64_t kCachedFrames = 16;
 
 std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
   for (auto& a : args)
@@ -97,6 +103,13 @@ int TrackAndSave(ProjectSession& session,
     // The worker reads it at the start of each run.
     setenv("VL_DEBUG_DIR", dir.c_str(), 1);
   }
+  // A command run reads each frame once and never shows it: the cache only
+  // has to hold what the tracker and the read-ahead have in hand. Kept
+  // that small, evicted frames hand their memory to the next decode
+  // instead of every frame faulting in fresh pages.
+  const VLComp& comp = session.comp();
+  img::global_cache().set_quota_bytes(kCachedFrames * int64_t(comp.GetWidth()) *
+                                      int64_t(comp.GetHeight()) * 4);
   InterruptWatch watch;
   const TrackOutcome outcome = TrackSegments(session, segments, watch);
   save();

@@ -291,6 +291,10 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   else
     key.set_to_key();
 
+  // One target for the whole direction: its frame-sized picture, and the one
+  // the reference frame hands back on taking it, are reused for every frame
+  // instead of being mapped, faulted in and unmapped again each time.
+  TargetFrame target(run);
   for (;;) {
     if (run.host->interrupted()) return;
     const bool last_step = n + 1 == end;
@@ -299,7 +303,6 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
       if (next >= 0 && size_t(next) < s.frames->size())
         run.prefetcher->Add((*s.frames)[size_t(next)]);
     }
-    TargetFrame target(run);
     target.set(direction, n);
     if (run.host->interrupted()) return;
     const types::affine t = key.transform_to(target);

@@ -144,7 +144,8 @@ class KeyFrame : public TargetFrame {
   void set(int direction, int32_t distance);
   // Drops the frame, so that the next set_to_key() prepares afresh.
   void forget() { frame_ = -1; }
-  // Takes the target's frame and picture; the target is spent.
+  // Takes the target's frame and picture; the target gets the old ones, whose
+  // buffer its next set() reuses.
   void take(TargetFrame& target);
   // The transformation of `target` in key-frame coordinates.
   types::affine transform_to(const TargetFrame& target);
