@@ -4,7 +4,8 @@
 // estimation method. Reports milliseconds per tracked frame, and the share
 // of each stage of the timing tree (ms per frame, wall clock).
 //
-// Arguments: picture height (1080 or 720), MotionEstimation (0 to 3).
+// Arguments: picture height (1080 or 720), MotionEstimation (0 to 3),
+// threads (1: backward then forward; 2: both directions at once).
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 
@@ -19,7 +20,7 @@
 
 namespace {
 
-constexpr int32_t kFrames = 16, kKey = 1;
+constexpr int32_t kFrames = 16, kKey = 8;
 
 struct Footage {
   img::synthetic_shot shot;
@@ -102,15 +103,20 @@ void BM_TrackFrames(benchmark::State& state) {
   for (auto _ : state) {
     Sink sink;
     timing::tree tree;
-    tracking::TimingTreeTimer timer(&tree);
+    timing::tree forward_tree;
+    tracking::TimingTreeTimer timer(&tree), forward_timer(&forward_tree);
     tracking::TrackingRun run;
-    run.segment = {kKey, {kKey, kFrames}, params, &footage.mask, &sink.data, &footage.names};
+    run.threads = int(state.range(2));
+    run.forward_timer = &forward_timer;
+    run.segment = {kKey, {0, kFrames}, params, &footage.mask, &sink.data, &footage.names};
     run.host = &sink;
     run.cache = footage.cache.get();
     run.timer = &timer;
     tracking::TrackSegment(run, {kKey, kKey});
-    frames += kFrames - kKey;
+    if (sink.data.DataSpan(kKey).length() != kFrames) state.SkipWithError("object lost");
+    frames += kFrames;
     AddStages(tree.root(), "", stage_ms);
+    AddStages(forward_tree.root(), "", stage_ms);
   }
   const Usage after = Usage::now();
   const double n = double(frames);
@@ -123,10 +129,11 @@ void BM_TrackFrames(benchmark::State& state) {
   for (const auto& [stage, ms] : stage_ms)
     state.counters[stage] = ms / double(frames);  // exclusive of timed children
   state.SetLabel(std::to_string(footage.shot.width) + "x" + std::to_string(footage.shot.height) +
-                 " " + std::string(Label(params.MotionEstimation)));
+                 " " + std::string(Label(params.MotionEstimation)) + ", " +
+                 std::to_string(state.range(2)) + " thread(s)");
 }
 BENCHMARK(BM_TrackFrames)
-    ->ArgsProduct({{1080, 720}, {0, 1, 2, 3}})
+    ->ArgsProduct({{1080, 720}, {0, 1, 2, 3}, {1, 2}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(2);

@@ -1,9 +1,14 @@
 #include "tracking/key_frame.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <exception>
+#include <mutex>
 #include <ostream>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "base/errors.h"
 #include "imaging/prefetcher.h"
@@ -298,8 +303,10 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   for (;;) {
     if (run.host->interrupted()) return;
     const bool last_step = n + 1 == end;
-    if (!last_step && run.prefetcher) {
-      const int32_t next = FrameAt(k, direction, n + 1);
+    // Two frames ahead: while both directions track, the read-ahead serves
+    // two frames per step and must not fall behind on the first.
+    for (int32_t ahead = 1; run.prefetcher && ahead <= 2 && n + ahead < end; ++ahead) {
+      const int32_t next = FrameAt(k, direction, n + ahead);
       if (next >= 0 && size_t(next) < s.frames->size())
         run.prefetcher->Add((*s.frames)[size_t(next)]);
     }
@@ -314,22 +321,93 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   }
 }
 
+// The host as both directions share it: one call at a time, and the
+// interrupt flag raised for both when one direction fails.
+class SharedHost : public TrackingHost {
+ public:
+  explicit SharedHost(TrackingHost& host) : host_(host) {}
+  bool interrupted() const override {
+    if (failed_.load(std::memory_order_relaxed)) return true;
+    std::lock_guard lock(mutex_);
+    return host_.interrupted();
+  }
+  void direction_started(int direction) override {
+    std::lock_guard lock(mutex_);
+    host_.direction_started(direction);
+  }
+  void append(int direction,
+              My::Span& span,
+              const types::affine& transform,
+              int32_t frame) override {
+    std::lock_guard lock(mutex_);
+    host_.append(direction, span, transform, frame);
+  }
+  void lost(int32_t frame) override {
+    std::lock_guard lock(mutex_);
+    host_.lost(frame);
+  }
+  void fail() { failed_.store(true, std::memory_order_relaxed); }
+
+ private:
+  TrackingHost& host_;
+  mutable std::mutex mutex_;
+  std::atomic<bool> failed_{false};
+};
+
+// One direction with a reference frame of its own. A singular mask ends it
+// as a result; any other error leaves.
+void TrackOneDirection(const TrackingRun& run, int direction, My::Span& span) {
+  KeyFrame key(run);
+  try {
+    TrackDirection(run, key, direction, span);
+  } catch (const SingularMask& lost) {
+    run.host->lost(lost.frame());
+  }
+}
+
 }  // namespace
 
 void TrackSegment(const TrackingRun& run, My::Span data_span) {
-  KeyFrame key(run);
   My::Span span = data_span;
-  for (int direction = 0; direction < 2; ++direction) {
-    if (direction == 1 && run.host->interrupted()) return;
-    try {
-      TrackDirection(run, key, direction, span);
-    } catch (const SingularMask& lost) {
-      // The reference frame may be half prepared: the other direction
-      // starts from a fresh one.
-      key.forget();
-      run.host->lost(lost.frame());
-    }
+  const TrackedSegment& s = run.segment;
+  const bool both = s.time_span.first < span.first && s.time_span.last > span.last;
+  if (run.threads < 2 || !both) {
+    TrackOneDirection(run, 0, span);
+    if (!run.host->interrupted()) TrackOneDirection(run, 1, span);
+    return;
   }
+
+  SharedHost host(*run.host);
+  TrackingRun backward = run, forward = run;
+  backward.host = forward.host = &host;
+  forward.timer = run.forward_timer;
+  // The forward direction's lines wait until the backward one has ended, so
+  // that the files read as after a run on one thread.
+  std::ostringstream forward_log, forward_table;
+  if (run.log) forward.log = &forward_log;
+  if (run.table) forward.table = &forward_table;
+
+  std::exception_ptr forward_error;
+  std::thread other([&] {
+    try {
+      TrackOneDirection(forward, 1, span);
+    } catch (...) {
+      forward_error = std::current_exception();
+      host.fail();
+    }
+  });
+  std::exception_ptr backward_error;
+  try {
+    TrackOneDirection(backward, 0, span);
+  } catch (...) {
+    backward_error = std::current_exception();
+    host.fail();
+  }
+  other.join();
+  if (run.log) *run.log << forward_log.str() << std::flush;
+  if (run.table) *run.table << forward_table.str() << std::flush;
+  if (backward_error) std::rethrow_exception(backward_error);
+  if (forward_error) std::rethrow_exception(forward_error);
 }
 
 // --- TimingTreeTimer --------------------------------------------------------

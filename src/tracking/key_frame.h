@@ -71,7 +71,8 @@ struct TrackedSegment {
   const std::vector<std::string>* frames = nullptr;
 };
 
-// The loop's way out: results, states and the interrupt flag.
+// The loop's way out: results, states and the interrupt flag. The loop
+// never calls it from two threads at once, even while both directions run.
 class TrackingHost {
  public:
   // The worker's interrupt flag; the loop stops at the next check.
@@ -100,6 +101,13 @@ struct TrackingRun {
   std::ostream* log = nullptr;             // diagnostics; null: none
   std::ostream* table = nullptr;           // the discrepancy table; null: none
   StageTimer* timer = nullptr;             // null: stages are not timed
+  // 2: the two directions from the key frame are tracked at the same time,
+  // each on its own thread with its own reference frame; 1: backward, then
+  // forward. The results are the same either way. The log and the table
+  // come out as with 1, the forward direction's after the backward one's.
+  int threads = 1;
+  // The forward direction's stages while both run at once; null: untimed.
+  StageTimer* forward_timer = nullptr;
 };
 
 // One frame as the tracker sees it: its cache entry and its pixels as floats.
@@ -162,17 +170,20 @@ class KeyFrame : public TargetFrame {
 
   img::bitmap<img::bit1> mask_;
   std::unique_ptr<Segmentation> segments_;
-  // Kept across reference frames, so that its portion coefficient carries
-  // over; `has_refiner_` says whether it is in use at this one.
+  // Kept across the reference frames of one direction, so that its portion
+  // coefficient carries over; `has_refiner_` says whether it is in use at
+  // this one. Each direction starts from its own, which is what lets them
+  // run side by side and a resumed run repeat an uninterrupted one.
   OpticFlow optic_flow_;
   bool has_refiner_ = false;
   TieBreaker random_;
 };
 
-// Tracks direction 0, then, unless interrupted, direction 1, resuming after
-// `data_span` (the frames that already have results). A singular mask ends
-// its direction and is reported to the host; any other error (a frame that
-// cannot be read) leaves the run.
+// Tracks direction 0 and, unless interrupted, direction 1 (one after the
+// other or together, by `run.threads`), resuming after `data_span` (the
+// frames that already have results). A singular mask ends its direction and
+// is reported to the host; any other error (a frame that cannot be read)
+// stops the other direction too and leaves the run.
 void TrackSegment(const TrackingRun& run, My::Span data_span);
 
 // Times stages in a timing tree (the segment's, on the worker thread).

@@ -466,6 +466,40 @@ INSTANTIATE_TEST_SUITE_P(Shots, FrameLoopSpan, ::testing::ValuesIn(kSpans), [](c
   return std::string(info.param.name);
 });
 
+// --- Both directions at once ---------------------------------------------------
+
+// Two threads give what one gives, bit for bit, down to the log and the
+// table: each direction has its own reference frame and refiner.
+TEST(FrameLoop, BothDirectionsAtOnceRepeatOneThread) {
+  struct Case {
+    TransformClass model;
+    MotionEstimation method;
+    unsigned pitch;
+  };
+  for (const Case& c :
+       {Case{Affine, Normal, 3}, Case{Rigid, Intensive, 7}, Case{Translation, Fast, 2}}) {
+    SCOPED_TRACE(testing::Message() << int(c.model) << " " << int(c.method));
+    Footage footage(ShotFor(c.model, Footage_::Clean));
+    VLSegmentParams params;
+    params.MotionModel = c.model;
+    params.MotionEstimation = c.method;
+    params.MaskGenerationPitch = c.pitch;
+    Recorder one, two;
+    std::ostringstream log[2], table[2];
+    for (int threads : {1, 2}) {
+      tracking::TrackingRun run = footage.Run(threads == 1 ? one : two, params);
+      run.threads = threads;
+      run.log = &log[threads - 1];
+      run.table = &table[threads - 1];
+      tracking::TrackSegment(run, {6, 6});
+    }
+    EXPECT_EQ(two.data.DataSpan(6), (My::Span{0, 13}));
+    EXPECT_TRUE(two.data == one.data);
+    EXPECT_EQ(log[1].str(), log[0].str());
+    EXPECT_EQ(table[1].str(), table[0].str());
+  }
+}
+
 // --- Bad footage -------------------------------------------------------------
 
 // A frame of another size ends the run with an error naming its file; what
@@ -483,6 +517,15 @@ TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
           ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
   EXPECT_EQ(host.frames, (std::vector<int32_t>{5, 4}));
   EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+
+  // With both directions at once, the failure stops the forward one too.
+  Recorder both;
+  tracking::TrackingRun run = footage.Run(both, params);
+  run.threads = 2;
+  EXPECT_THROW(tracking::TrackSegment(run, {6, 6}), xtd::exception);
+  EXPECT_THAT(both.frames, ::testing::Contains(4));
+  EXPECT_THAT(both.frames, ::testing::Not(::testing::Contains(3)));
+  EXPECT_LT(both.data.DataSpan(6).last, 13);
 }
 
 }  // namespace
