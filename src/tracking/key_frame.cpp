@@ -178,6 +178,34 @@ void KeyFrame::predict(const TargetFrame& target, types::affine& p, double& dp) 
   if (log) *log << p << '\n';
 }
 
+namespace {
+
+// Block matching that leaves more than this share of the pixels ignored by
+// the refiner's measure has matched nothing: the motion lies beyond the
+// search window.
+constexpr double kUnmatchedShare = 0.5;
+// A wider search replaces the first only when it measures clearly better.
+constexpr double kClearlyBetter = 0.75;
+// The widest window the search widens to, and how often it may widen.
+constexpr int32_t kWidestRadius = 100;
+constexpr int kWidenings = 2;
+
+}  // namespace
+
+types::affine KeyFrame::match_blocks(const TargetFrame& target, int32_t radius) {
+  const VLSegmentParams& params = run_->segment.params;
+  {
+    StageScope stage(run_->timer, "profiles building");
+    BuildProfiles(*segments_, target.image(), ProfileParamsOf(params, radius), false);
+  }
+  StageScope stage(run_->timer, "coherent motion");
+  // The ties of the first guess are broken by the same fixed sequence for
+  // every frame, so that a frame's result depends on the frame alone and a
+  // resumed run repeats an uninterrupted one.
+  random_ = TieBreaker();
+  return FindMotion(*segments_, CoherentMotionParamsOf(params), random_, run_->log);
+}
+
 types::affine KeyFrame::segments_transform(const TargetFrame& target,
                                            const types::affine& p,
                                            double& ds) {
@@ -185,25 +213,46 @@ types::affine KeyFrame::segments_transform(const TargetFrame& target,
   SetStartingMotion(*segments_, params.use_prediction ? p : types::affine::identity());
   int direction = 1;
   const int32_t n = target.distance(direction);
-  const unsigned radius =
-      n >= 2 && params.use_prediction ? params.MaxAcceleration : params.InitialSearchRadius;
-  {
-    StageScope stage(run_->timer, "profiles building");
-    BuildProfiles(*segments_, target.image(), ProfileParamsOf(params, int32_t(radius)), false);
+  int32_t radius = int32_t(std::min<unsigned>(
+      n >= 2 && params.use_prediction ? params.MaxAcceleration : params.InitialSearchRadius,
+      kWidestRadius));
+  types::affine s = match_blocks(target, radius);
+  if (!has_refiner_) return s;
+  std::ostream* log = run_->log;
+  const float portion = optic_flow_.portion();
+  optic_flow_.set(s, -1);
+  ds = optic_flow_.measure(target.image(), run_->timer);
+  if (log) *log << "segments transform discrepancy: " << ds << '\n';
+
+  // Motion faster than the window (next to the key frame, or a jolt the
+  // prediction missed) is searched for again in a wider one. Where the
+  // window sufficed, none of this runs and nothing changes.
+  bool last_measured = true;  // whether the refiner's last measure was of `s`
+  for (int widening = 0; widening < kWidenings && radius < kWidestRadius &&
+                         optic_flow_.ignored_share() > kUnmatchedShare;
+       ++widening) {
+    radius = std::min(2 * radius + 1, kWidestRadius);
+    if (log) *log << "block matching found nothing, searching at radius " << radius << '\n';
+    const types::affine wide = match_blocks(target, radius);
+    optic_flow_.set(wide, -1);
+    const double dw = optic_flow_.measure(target.image(), run_->timer);
+    if (log) *log << "wider segments transform discrepancy: " << dw << '\n';
+    if (!(dw < kClearlyBetter * ds)) {
+      last_measured = false;
+      break;
+    }
+    s = wide;
+    ds = dw;
+    last_measured = true;
   }
-  types::affine s;
-  {
-    StageScope stage(run_->timer, "coherent motion");
-    // The ties of the first guess are broken by the same fixed sequence for
-    // every frame, so that a frame's result depends on the frame alone and a
-    // resumed run repeats an uninterrupted one.
-    random_ = TieBreaker();
-    s = FindMotion(*segments_, CoherentMotionParamsOf(params), random_, run_->log);
-  }
-  if (has_refiner_) {
+  if (!last_measured) {
+    // The refinement starts from the right side of the last measure, and
+    // the measure moves the portion coefficient: both are put back as the
+    // first measure of `s` left them.
+    optic_flow_.set_portion(portion);
     optic_flow_.set(s, -1);
-    ds = optic_flow_.measure(target.image(), run_->timer);
-    if (run_->log) *run_->log << "segments transform discrepancy: " << ds << '\n';
+    ds = optic_flow_.measure(target.image(), nullptr);
+    if (log) *log << "keeping the first segments transform: " << ds << '\n';
   }
   return s;
 }

@@ -166,6 +166,7 @@ class KeyFrame : public TargetFrame {
   types::affine stored(int32_t frame) const;
   void predict(const TargetFrame& target, types::affine& p, double& dp);
   types::affine segments_transform(const TargetFrame& target, const types::affine& p, double& ds);
+  types::affine match_blocks(const TargetFrame& target, int32_t radius);
   void refine(const TargetFrame& target, types::affine& c, double& d);
 
   img::bitmap<img::bit1> mask_;

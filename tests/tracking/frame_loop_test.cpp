@@ -255,6 +255,27 @@ TEST(FrameLoop, FastMotionIsBeyondRefinementAlone) {
   EXPECT_GT(footage.shot.corner_error(host.data.At(7, 6), 7, mean), 5.0);
 }
 
+// Faster than the default search radius next to the key frame (about 16
+// pixels at the first step each way): a block matching that matched
+// nothing searches again in a wider window.
+TEST(FrameLoop, MotionBeyondTheRadiusNextToTheKeyFrameIsFound) {
+  for (const TransformClass model : {Translation, Affine}) {
+    SCOPED_TRACE(int(model));
+    TrackingShot shot = ShotFor(model, Footage_::FastMotion);
+    shot.plate.shift_x = 22;
+    Footage footage(shot);
+    Recorder host;
+    VLSegmentParams params;
+    params.MotionModel = model;
+    tracking::TrackSegment(footage.Run(host, params, {5, 8}), {6, 6});
+    ASSERT_EQ(host.data.DataSpan(6), (My::Span{5, 8}));
+    for (const int32_t f : {5, 7}) {
+      double mean;
+      EXPECT_LT(footage.shot.corner_error(host.data.At(f, 6), f, mean), 0.3) << "frame " << f;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Shots,
                          FrameLoopAccuracy,
                          ::testing::ValuesIn(kAccuracy),
