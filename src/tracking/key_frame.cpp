@@ -1,7 +1,6 @@
 #include "tracking/key_frame.h"
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <exception>
 #include <mutex>
@@ -11,6 +10,7 @@
 #include <thread>
 
 #include "base/errors.h"
+#include "imaging/io_types.h"
 #include "imaging/prefetcher.h"
 #include "imaging/warp.h"
 #include "tracking/matching_profile.h"
@@ -64,7 +64,16 @@ void TargetFrame::load() {
   StageScope stage(run_->timer, "image loading");
   const std::string& file = name();
   auto handle = std::make_shared<img::CacheHandle>(*run_->cache);
-  handle->acquire_file(file, true);
+  try {
+    handle->acquire_file(file, true);
+  } catch (const img::io_error& e) {
+    // The decoder's text alone ("image file format not recognised") leaves
+    // the user to guess which of a thousand frames is at fault.
+    std::string text = e.what();
+    if (text.find(file) == std::string::npos) text += ": " + file;
+    if (!e.detail().empty()) text += " (" + e.detail() + ")";
+    throw xtd::exception(text);
+  }
   const img::image& picture = handle->image();
   const img::bitmap<img::bit1>& mask = *run_->segment.mask;
   // Every stage compares this picture with the mask's key frame pixel for
@@ -370,13 +379,11 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   }
 }
 
-// The host as both directions share it: one call at a time, and the
-// interrupt flag raised for both when one direction fails.
+// The host as both directions share it: one call at a time.
 class SharedHost : public TrackingHost {
  public:
   explicit SharedHost(TrackingHost& host) : host_(host) {}
   bool interrupted() const override {
-    if (failed_.load(std::memory_order_relaxed)) return true;
     std::lock_guard lock(mutex_);
     return host_.interrupted();
   }
@@ -395,22 +402,27 @@ class SharedHost : public TrackingHost {
     std::lock_guard lock(mutex_);
     host_.lost(frame);
   }
-  void fail() { failed_.store(true, std::memory_order_relaxed); }
 
  private:
   TrackingHost& host_;
   mutable std::mutex mutex_;
-  std::atomic<bool> failed_{false};
 };
 
 // One direction with a reference frame of its own. A singular mask ends it
-// as a result; any other error leaves.
-void TrackOneDirection(const TrackingRun& run, int direction, My::Span& span) {
-  KeyFrame key(run);
+// as a result; any other error is kept in `error`.
+void TrackOneDirection(const TrackingRun& run,
+                       int direction,
+                       My::Span& span,
+                       std::exception_ptr& error) noexcept {
   try {
-    TrackDirection(run, key, direction, span);
-  } catch (const SingularMask& lost) {
-    run.host->lost(lost.frame());
+    KeyFrame key(run);
+    try {
+      TrackDirection(run, key, direction, span);
+    } catch (const SingularMask& lost) {
+      run.host->lost(lost.frame());
+    }
+  } catch (...) {
+    error = std::current_exception();
   }
 }
 
@@ -419,44 +431,29 @@ void TrackOneDirection(const TrackingRun& run, int direction, My::Span& span) {
 void TrackSegment(const TrackingRun& run, My::Span data_span) {
   My::Span span = data_span;
   const TrackedSegment& s = run.segment;
+  std::exception_ptr errors[2];
   const bool both = s.time_span.first < span.first && s.time_span.last > span.last;
   if (run.threads < 2 || !both) {
-    TrackOneDirection(run, 0, span);
-    if (!run.host->interrupted()) TrackOneDirection(run, 1, span);
-    return;
+    TrackOneDirection(run, 0, span, errors[0]);
+    if (!run.host->interrupted()) TrackOneDirection(run, 1, span, errors[1]);
+  } else {
+    SharedHost host(*run.host);
+    TrackingRun backward = run, forward = run;
+    backward.host = forward.host = &host;
+    forward.timer = run.forward_timer;
+    // The forward direction's lines wait until the backward one has ended,
+    // so that the files read as after a run on one thread.
+    std::ostringstream forward_log, forward_table;
+    if (run.log) forward.log = &forward_log;
+    if (run.table) forward.table = &forward_table;
+    std::thread other([&] { TrackOneDirection(forward, 1, span, errors[1]); });
+    TrackOneDirection(backward, 0, span, errors[0]);
+    other.join();
+    if (run.log) *run.log << forward_log.str() << std::flush;
+    if (run.table) *run.table << forward_table.str() << std::flush;
   }
-
-  SharedHost host(*run.host);
-  TrackingRun backward = run, forward = run;
-  backward.host = forward.host = &host;
-  forward.timer = run.forward_timer;
-  // The forward direction's lines wait until the backward one has ended, so
-  // that the files read as after a run on one thread.
-  std::ostringstream forward_log, forward_table;
-  if (run.log) forward.log = &forward_log;
-  if (run.table) forward.table = &forward_table;
-
-  std::exception_ptr forward_error;
-  std::thread other([&] {
-    try {
-      TrackOneDirection(forward, 1, span);
-    } catch (...) {
-      forward_error = std::current_exception();
-      host.fail();
-    }
-  });
-  std::exception_ptr backward_error;
-  try {
-    TrackOneDirection(backward, 0, span);
-  } catch (...) {
-    backward_error = std::current_exception();
-    host.fail();
-  }
-  other.join();
-  if (run.log) *run.log << forward_log.str() << std::flush;
-  if (run.table) *run.table << forward_table.str() << std::flush;
-  if (backward_error) std::rethrow_exception(backward_error);
-  if (forward_error) std::rethrow_exception(forward_error);
+  for (const std::exception_ptr& error : errors)
+    if (error) std::rethrow_exception(error);
 }
 
 // --- TimingTreeTimer --------------------------------------------------------

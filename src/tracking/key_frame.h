@@ -183,8 +183,9 @@ class KeyFrame : public TargetFrame {
 // Tracks direction 0 and, unless interrupted, direction 1 (one after the
 // other or together, by `run.threads`), resuming after `data_span` (the
 // frames that already have results). A singular mask ends its direction and
-// is reported to the host; any other error (a frame that cannot be read)
-// stops the other direction too and leaves the run.
+// is reported to the host. Any other error (a frame that cannot be read)
+// ends its direction too; the other one still runs to its end, and then the
+// error (the backward direction's first) leaves the run.
 void TrackSegment(const TrackingRun& run, My::Span data_span);
 
 // Times stages in a timing tree (the segment's, on the worker thread).

@@ -14,6 +14,7 @@
 
 #include "base/errors.h"
 #include "imaging/cache.h"
+#include "imaging/io_types.h"
 #include "testing/tracking_shot.h"
 #include "tracking/key_frame.h"
 
@@ -47,7 +48,8 @@ struct Recorder : tracking::TrackingHost {
 // A shot served by name through a cache, as the worker sees its footage.
 struct Footage {
   TrackingShot shot;
-  int32_t misfit_frame = -1;  // rendered one pixel wider than the others
+  int32_t misfit_frame = -1;      // rendered one pixel wider than the others
+  int32_t unreadable_frame = -1;  // its decoder fails
   std::vector<std::string> names;
   img::Cache cache;
   img::bitmap<img::bit1> mask;
@@ -62,6 +64,7 @@ struct Footage {
 
   void Load(const std::string& name, img::image& out) const {
     const int32_t frame = std::stoi(name);
+    if (frame == unreadable_frame) throw img::io_error("image file format not recognised");
     TrackingShot s = shot;
     if (frame == misfit_frame) ++s.width;
     s.render(frame, out);
@@ -523,11 +526,33 @@ TEST(FrameLoop, BothDirectionsAtOnceRepeatOneThread) {
 
 // --- Bad footage -------------------------------------------------------------
 
-// A frame of another size ends the run with an error naming its file; what
-// was tracked before it stays.
-TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
+// A frame of another size ends its direction with an error naming its file;
+// what was tracked stays, and the other direction still runs, on one thread
+// or two alike.
+TEST(FrameLoop, FrameOfAnotherSizeEndsItsDirectionNamingTheFile) {
   Footage footage(ShotFor(Translation, Footage_::Clean));
   footage.misfit_frame = 3;
+  VLSegmentParams params;
+  for (int threads : {1, 2}) {
+    Recorder host;
+    tracking::TrackingRun run = footage.Run(host, params);
+    run.threads = threads;
+    EXPECT_THAT(
+        [&] {
+          tracking::TrackSegment(run, {6, 6});
+        },
+        ::testing::ThrowsMessage<xtd::exception>(
+            ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
+    EXPECT_EQ(host.data.DataSpan(6), (My::Span{4, 13}));
+    EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+  }
+}
+
+// A frame the decoder refuses ends the run with the decoder's text and the
+// file's name.
+TEST(FrameLoop, UnreadableFrameEndsTheRunNamingTheFile) {
+  Footage footage(ShotFor(Translation, Footage_::Clean));
+  footage.unreadable_frame = 9;
   Recorder host;
   VLSegmentParams params;
   EXPECT_THAT(
@@ -535,18 +560,8 @@ TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
         tracking::TrackSegment(footage.Run(host, params), {6, 6});
       },
       ::testing::ThrowsMessage<xtd::exception>(
-          ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
-  EXPECT_EQ(host.frames, (std::vector<int32_t>{5, 4}));
-  EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
-
-  // With both directions at once, the failure stops the forward one too.
-  Recorder both;
-  tracking::TrackingRun run = footage.Run(both, params);
-  run.threads = 2;
-  EXPECT_THROW(tracking::TrackSegment(run, {6, 6}), xtd::exception);
-  EXPECT_THAT(both.frames, ::testing::Contains(4));
-  EXPECT_THAT(both.frames, ::testing::Not(::testing::Contains(3)));
-  EXPECT_LT(both.data.DataSpan(6).last, 13);
+          ::testing::StrEq("image file format not recognised: 9")));
+  EXPECT_EQ(host.data.DataSpan(6), (My::Span{0, 9}));
 }
 
 }  // namespace
