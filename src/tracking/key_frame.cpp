@@ -387,9 +387,12 @@ class SharedHost : public TrackingHost {
     std::lock_guard lock(mutex_);
     return host_.interrupted();
   }
-  void direction_started(int direction) override {
-    std::lock_guard lock(mutex_);
-    host_.direction_started(direction);
+  // Both starts are announced at once, backward first, before either
+  // direction runs: the host's last word is always "forward".
+  void direction_started(int) override {}
+  void both_started() {
+    host_.direction_started(0);
+    host_.direction_started(1);
   }
   void append(int direction,
               My::Span& span,
@@ -446,6 +449,7 @@ void TrackSegment(const TrackingRun& run, My::Span data_span) {
     std::ostringstream forward_log, forward_table;
     if (run.log) forward.log = &forward_log;
     if (run.table) forward.table = &forward_table;
+    host.both_started();
     std::thread other([&] { TrackOneDirection(forward, 1, span, errors[1]); });
     TrackOneDirection(backward, 0, span, errors[0]);
     other.join();
