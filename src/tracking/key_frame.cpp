@@ -228,7 +228,7 @@ types::affine KeyFrame::segments_transform(const TargetFrame& target,
   types::affine s = match_blocks(target, radius);
   if (!has_refiner_) return s;
   std::ostream* log = run_->log;
-  const float portion = optic_flow_.portion();
+  float portion = optic_flow_.portion();  // before the measure of `s`
   optic_flow_.set(s, -1);
   ds = optic_flow_.measure(target.image(), run_->timer);
   if (log) *log << "segments transform discrepancy: " << ds << '\n';
@@ -243,6 +243,7 @@ types::affine KeyFrame::segments_transform(const TargetFrame& target,
     radius = std::min(2 * radius + 1, kWidestRadius);
     if (log) *log << "block matching found nothing, searching at radius " << radius << '\n';
     const types::affine wide = match_blocks(target, radius);
+    const float before = optic_flow_.portion();
     optic_flow_.set(wide, -1);
     const double dw = optic_flow_.measure(target.image(), run_->timer);
     if (log) *log << "wider segments transform discrepancy: " << dw << '\n';
@@ -252,12 +253,13 @@ types::affine KeyFrame::segments_transform(const TargetFrame& target,
     }
     s = wide;
     ds = dw;
+    portion = before;
     last_measured = true;
   }
   if (!last_measured) {
     // The refinement starts from the right side of the last measure, and
     // the measure moves the portion coefficient: both are put back as the
-    // first measure of `s` left them.
+    // measure of `s` left them.
     optic_flow_.set_portion(portion);
     optic_flow_.set(s, -1);
     ds = optic_flow_.measure(target.image(), nullptr);

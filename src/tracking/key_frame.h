@@ -14,6 +14,8 @@
 // Usage, on the tracker's worker thread:
 //
 //   TrackingRun run{segment, host, cache, prefetcher, log, table, timer};
+//   run.threads = 2;               // both directions at once
+//   run.forward_timer = &forward;  // the second direction's stage times
 //   TrackSegment(run, data_span);  // both directions; resumes after data_span
 #pragma once
 
@@ -150,8 +152,6 @@ class KeyFrame : public TargetFrame {
   // Makes the key frame the reference frame unless it already is.
   void set_to_key();
   void set(int direction, int32_t distance);
-  // Drops the frame, so that the next set_to_key() prepares afresh.
-  void forget() { frame_ = -1; }
   // Takes the target's frame and picture; the target gets the old ones, whose
   // buffer its next set() reuses.
   void take(TargetFrame& target);
