@@ -39,10 +39,12 @@ mask=$(printf '%s/mask_%04d.bmp' "$shot" "$key")
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 
-start=$(date +%s.%N)
-build/release/src/cli/velomar-cli track --sequence "$shot/shot_0000.png" --key "$key" \
+# Wall time and processor time (user + system, every thread) of the whole
+# command: on a busy machine the second says more than the first.
+/usr/bin/time -f "%e %U %S" -o "$out/time" \
+  build/release/src/cli/velomar-cli track --sequence "$shot/shot_0000.png" --key "$key" \
   --mask "$mask" --span "0:$frames" --transforms "$out/velomar.txt" >/dev/null 2>&1
-end=$(date +%s.%N)
-ours=$(echo "$end - $start" | bc -l)
+read -r wall user system <"$out/time"
+cpu=$(echo "$user + $system" | bc -l)
 
-build/release/bench/velomar_peer_bench "$shot" "$key" "$frames" "$out/velomar.txt" "$ours"
+build/release/bench/velomar_peer_bench "$shot" "$key" "$frames" "$out/velomar.txt" "$wall" "$cpu"

@@ -8,7 +8,9 @@
 // Each decodes the PNG frames itself, as our command does. Errors are the
 // corners of the mask's bounding box against the shot's true motion.
 //
-//   velomar_peer_bench SHOT KEY FRAMES OUR_TRANSFORMS OUR_SECONDS
+//   velomar_peer_bench SHOT KEY FRAMES OUR_TRANSFORMS OUR_SECONDS OUR_CPU_SECONDS
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -28,6 +30,14 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Processor time of the whole process, every thread, user and system.
+double ProcessorSeconds() {
+  rusage r{};
+  getrusage(RUSAGE_SELF, &r);
+  return double(r.ru_utime.tv_sec + r.ru_stime.tv_sec) +
+         1e-6 * double(r.ru_utime.tv_usec + r.ru_stime.tv_usec);
+}
 // xx xy yx yy x y: key-frame coordinates to the frame's.
 using Affine = std::array<double, 6>;
 
@@ -56,8 +66,8 @@ cv::Mat ToMat(const Affine& a) {
 
 // a after b.
 Affine Compose(const Affine& a, const Affine& b) {
-  return {a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3],
-          a[2] * b[0] + a[3] * b[2], a[2] * b[1] + a[3] * b[3],
+  return {a[0] * b[0] + a[1] * b[2],        a[0] * b[1] + a[1] * b[3],
+          a[2] * b[0] + a[3] * b[2],        a[2] * b[1] + a[3] * b[3],
           a[0] * b[4] + a[1] * b[5] + a[4], a[2] * b[4] + a[3] * b[5] + a[5]};
 }
 
@@ -181,8 +191,10 @@ std::vector<Affine> TrackKlt(const Shot& shot) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 6) {
-    std::fprintf(stderr, "usage: velomar_peer_bench SHOT KEY FRAMES OUR_TRANSFORMS OUR_SECONDS\n");
+  if (argc != 7) {
+    std::fprintf(stderr,
+                 "usage: velomar_peer_bench SHOT KEY FRAMES OUR_TRANSFORMS OUR_SECONDS "
+                 "OUR_CPU_SECONDS\n");
     return 2;
   }
   try {
@@ -208,28 +220,30 @@ int main(int argc, char** argv) {
       if (in >> f >> a[0] >> a[1] >> a[2] >> a[3] >> a[4] >> a[5] && f >= 0 && f < shot.frames)
         ours[size_t(f)] = a;
     }
-    const double our_seconds = std::stod(argv[5]);
+    const double our_seconds = std::stod(argv[5]), our_cpu = std::stod(argv[6]);
 
     struct Row {
       const char* name;
-      double seconds;
+      double seconds, cpu;
       Errors errors;
     };
-    std::vector<Row> rows{{"velomar-cli track", our_seconds, CornerErrors(shot, ours)}};
-    for (const auto& [name, track] :
-         {std::pair{"OpenCV ECC, 3 levels", &TrackEcc}, std::pair{"OpenCV KLT + affine", &TrackKlt}}) {
+    std::vector<Row> rows{{"velomar-cli track", our_seconds, our_cpu, CornerErrors(shot, ours)}};
+    for (const auto& [name, track] : {std::pair{"OpenCV ECC, 3 levels", &TrackEcc},
+                                      std::pair{"OpenCV KLT + affine", &TrackKlt}}) {
       const auto start = Clock::now();
+      const double cpu_start = ProcessorSeconds();
       const std::vector<Affine> result = track(shot);
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-      rows.push_back({name, seconds, CornerErrors(shot, result)});
+      rows.push_back({name, seconds, ProcessorSeconds() - cpu_start, CornerErrors(shot, result)});
     }
     std::printf("%d frames of %dx%d PNG, key frame %d, mask box %dx%d\n", shot.frames,
                 shot.mask.cols, shot.mask.rows, shot.key, shot.box.width, shot.box.height);
-    std::printf("%-22s %9s %9s %10s %10s %14s\n", "tracker", "seconds", "frames/s", "mean px",
-                "worst px", "time / ours");
+    std::printf("%-22s %8s %8s %8s %9s %9s %11s %11s\n", "tracker", "wall s", "cpu s", "frames/s",
+                "mean px", "worst px", "wall / ours", "cpu / ours");
     for (const Row& r : rows)
-      std::printf("%-22s %9.2f %9.2f %10.3f %10.3f %14.2f\n", r.name, r.seconds,
-                  shot.frames / r.seconds, r.errors.mean, r.errors.worst, r.seconds / our_seconds);
+      std::printf("%-22s %8.2f %8.2f %8.2f %9.3f %9.3f %11.2f %11.2f\n", r.name, r.seconds, r.cpu,
+                  shot.frames / r.seconds, r.errors.mean, r.errors.worst, r.seconds / our_seconds,
+                  r.cpu / our_cpu);
     return 0;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "velomar_peer_bench: %s\n", e.what());
