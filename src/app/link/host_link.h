@@ -54,8 +54,8 @@ struct HostLinkPorts {
   // host. Null: nothing to front or start.
   HostLauncher* host = nullptr;
   // The plug-in's socket; empty: VLPlugin in the socket folder.
-  std::string plugin_path;
-  exchange::link::TransportOptions options;
+  std::string plugin_path = {};
+  exchange::link::TransportOptions options = {};
 };
 
 struct LinkCommands {

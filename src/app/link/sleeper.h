@@ -26,7 +26,7 @@ struct SleeperPorts {
   // A transport failure (a peer that stalled or broke off), on the server
   // thread; the server goes on. Empty: the failure is posted as a warning
   // box to `dialogs`, if given.
-  std::function<void(const std::string&)> on_error;
+  std::function<void(const std::string&)> on_error = {};
   UserDialogs* dialogs = nullptr;
 };
 

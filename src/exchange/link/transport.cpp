@@ -2,6 +2,7 @@
 #include "exchange/link/transport.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -264,6 +265,12 @@ bool PipeServer::Wait(std::string& request) {
   Drop();
   for (;;) {
     if (woken_.load()) return false;
+    if (options_.accept_wait.count() > 0) {
+      pollfd ready{listen_fd_, POLLIN, 0};
+      const int n = ::poll(&ready, 1, int(options_.accept_wait.count()));
+      if (n < 0 && errno == EINTR) continue;
+      if (n == 0) throw SystemError(ETIMEDOUT, kAccept);
+    }
     const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
       if (errno == EINTR || errno == ECONNABORTED) continue;

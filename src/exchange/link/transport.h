@@ -39,6 +39,9 @@ struct TransportOptions {
   // How long a client waits for the reply once its request is sent: the
   // peer may do real work before it answers. Zero: without limit.
   std::chrono::milliseconds reply_wait{60000};
+  // How long a server's Wait() waits for a client before it fails with
+  // "ConnectNamedPipe" and "Connection timed out". Zero: without limit.
+  std::chrono::milliseconds accept_wait{0};
   // Largest content a reader accepts. The buffer grows with the bytes that
   // actually arrive, so a peer claiming more than it sends costs nothing.
   uint32_t max_message = 256u << 20;

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The whole round trip over the link from a shell: the host (link send)
+// hands footage to the program (link serve), the project it saved is
+// tracked, and the host fetches the motion and the project.
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cli_runner.h"
+#include "imaging/native_io.h"
+#include "imaging/synthetic_shot.h"
+#include "testing/files.h"
+
+namespace {
+
+using e2e::Cli;
+using e2e::Result;
+using ::testing::HasSubstr;
+using testing_support::TempDir;
+using namespace std::chrono_literals;
+
+// Sockets go to a folder of this test only.
+std::string UseRuntimeFolder(const TempDir& dir) {
+  const std::string run = dir / "run";
+  ::mkdir(run.c_str(), 0700);
+  ::setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
+  return run;
+}
+
+std::vector<double> Numbers(const std::string& text, const std::string& key) {
+  std::vector<double> values;
+  const std::regex matrix("\"" + key + "\": ?\\[([^\\]]*)\\]");
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), matrix);
+       it != std::sregex_iterator(); ++it) {
+    std::istringstream in((*it)[1].str());
+    std::string number;
+    while (std::getline(in, number, ',')) values.push_back(std::stod(number));
+  }
+  return values;
+}
+
+bool WaitForFile(const std::string& path, const std::string& holding) {
+  for (int i = 0; i < 400; ++i) {
+    if (e2e::Slurp(path).find(holding) != std::string::npos) return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return false;
+}
+
+TEST(LinkCli, HostSendsFootageAndFetchesTheTrackedMotion) {
+  TempDir dir;
+  const std::string run = UseRuntimeFolder(dir);
+  img::synthetic_shot shot;
+  shot.width = 160;
+  shot.height = 120;
+  shot.frames = 6;
+  shot.key_frame = 2;
+  shot.plate_left = 40;
+  shot.plate_top = 30;
+  shot.plate_width = 70;
+  shot.plate_height = 50;
+  img::image frame;
+  for (int32_t f = 0; f < shot.frames; ++f) {
+    shot.render(f, frame);
+    img::native_writer().write(dir / ("f_00" + std::to_string(10 + f) + ".bmp"), "BMP", frame,
+                               false);
+  }
+  img::bitmap<img::bit1> mask;
+  shot.plate_mask(mask);
+  img::image picture(shot.width, shot.height);
+  for (uint32_t y = 0; y < shot.height; ++y)
+    for (uint32_t x = 0; x < shot.width; ++x)
+      std::fill_n(picture.rows[y] + 4 * x, 4,
+                  uint8_t(mask.rows[y][x >> 3] & (128 >> (x & 7)) ? 255 : 0));
+  img::native_writer().write(dir / "mask.bmp", "BMP", picture, false);
+  img::image still(32, 24);
+  img::native_writer().write(dir / "logo.bmp", "BMP", still, false);
+
+  const std::string project = dir / "shot.vlp";
+  e2e::Running serve(dir, {"link", "serve", "--project", project, "--yes"});
+  ASSERT_TRUE(serve.WaitForError("serving on " + run + "/VLApp", 10s));
+
+  Result r = Cli(dir, {"link", "send", "possible", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("\"Underlay\": true, \"Overlay\": false"));
+
+  r = Cli(dir, {"link", "send", "underlay", dir / "f_0010.bmp", "--framerate", "25"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "sent 6 frames\n");
+  ASSERT_TRUE(WaitForFile(project, "f_0015.bmp"));
+  r = Cli(dir, {"link", "send", "overlay", dir / "logo.bmp"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  ASSERT_TRUE(WaitForFile(project, "logo.bmp"));
+
+  r = Cli(dir,
+          {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span", "0:6"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = Cli(dir, {"track", project});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Result exported = Cli(dir, {"export", project, "--json"});
+  ASSERT_EQ(exported.status, 0) << exported.err;
+
+  r = Cli(dir, {"link", "send", "transformations", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  // The motion the host gets is the export's, to the wire's six digits.
+  const std::vector<double> local = Numbers(exported.out, "matrix");
+  ASSERT_EQ(local.size(), 6u * 6u) << exported.out;
+  const std::vector<double> got = [&] {
+    std::vector<double> v;
+    const std::regex row("\\[(-?[0-9.e+-]+(, ?-?[0-9.e+-]+){5})\\]");
+    const std::string list = r.out.substr(r.out.find("\"transforms\""));
+    for (auto it = std::sregex_iterator(list.begin(), list.end(), row);
+         it != std::sregex_iterator(); ++it) {
+      std::istringstream in((*it)[1].str());
+      std::string number;
+      while (std::getline(in, number, ',')) v.push_back(std::stod(number));
+    }
+    return v;
+  }();
+  ASSERT_EQ(got.size(), local.size()) << r.out;
+  for (size_t i = 0; i < got.size(); ++i)
+    EXPECT_NEAR(got[i], local[i], 1e-5 * std::max(1.0, std::abs(local[i]))) << i;
+
+  r = Cli(dir, {"link", "send", "project", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("\"Name\": \"shot\""));
+  EXPECT_THAT(r.out, HasSubstr("\"width\": 160, \"height\": 120, \"Framerate\": 25"));
+  EXPECT_THAT(r.out, HasSubstr(dir / "f_0015.bmp"));
+
+  serve.Signal(SIGINT);
+  const Result ended = serve.Wait();
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_FALSE(std::filesystem::exists(run + "/VLApp"));
+  r = Cli(dir, {"link", "send", "possible"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("as a result of WaitNamedPipe"));
+}
+
+}  // namespace
