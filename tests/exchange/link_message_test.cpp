@@ -2,11 +2,15 @@
 // The link's messages: every kind built, written to bytes, read back and
 // compared; the failures of malformed documents with their texts.
 #include <functional>
+#include <limits>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/xml_fields.h"
 #include "base/xml_node.h"
+#include "base/xml_tablet.h"
 #include "exchange/link/records.h"
 #include "testing/files.h"
 
@@ -142,6 +146,40 @@ TEST(LinkMessage, DefaultsStayOffTheWire) {
   EXPECT_THAT(xl::MakeProjectMessage(project).ToBytes(), HasSubstr("<Trimming last=\"1\""));
   // The question forms carry the type only.
   EXPECT_THAT(Message(MessageType::Underlay).ToBytes(), HasSubstr("<Message type=\"Underlay\" />"));
+}
+
+TEST(LinkMessage, MotionIsWrittenInTheFieldLayersVeryText) {
+  // The motion's own fast writer against the field layer's stream.
+  const double values[] = {0,
+                           -0.0,
+                           1,
+                           0.1,
+                           1.0 / 3,
+                           -2.5e-7,
+                           123456.5,
+                           1234567,
+                           1e21,
+                           -1e-300,
+                           5e-324,
+                           0.000123456789,
+                           std::numeric_limits<double>::max(),
+                           std::numeric_limits<double>::infinity(),
+                           std::numeric_limits<double>::quiet_NaN()};
+  Transformations t;
+  for (double v : values) t.Own().push_back({v, -v, 1 + v, v / 7, v * 3, v});
+  xl::Message fast = xl::MakeTransformationsMessage(t);
+  xml::tablet slow;
+  slow.create("Message");
+  xml::filter f(slow.root(), false);
+  std::string type = "Transformations";
+  f.required("type", type);
+  for (types::affine a : t.GetTransforms()) {
+    xml::filter inner = f.Sub("Transform");
+    xml::AffineFields(inner, a);
+  }
+  std::ostringstream text;
+  slow.write(text);
+  EXPECT_EQ(fast.ToBytes(), text.str());
 }
 
 struct Malformed {

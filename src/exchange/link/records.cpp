@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "exchange/link/records.h"
 
+#include <charconv>
+
 #include "base/frame_record.h"
 #include "base/paths.h"
 #include "base/xml_fields.h"
@@ -38,6 +40,25 @@ void OverlayFields(xml::filter& f, OverlayRecord& o, std::string_view base, size
   // lasts as long as the underlay.
   const auto count = int32_t(o.frames.size() == 1 ? underlay : o.frames.size());
   f.defaulted_child("Trimming", o.Trimming, My::Span{0, count}, xml::SpanFields);
+}
+
+// The per-frame transforms are nearly all of a long motion's message; they
+// are written here without the field layer's stream, in the very text it
+// writes (printf's "%g" with six digits is the stream's default format).
+void WriteNumber(xml::node element, std::string_view name, double value, double def) {
+  if (value == def) return;
+  char text[32];
+  const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6);
+  element.setAttribute(name, std::string_view(text, size_t(end.ptr - text)));
+}
+
+void WriteAffine(xml::node element, const types::affine& a) {
+  WriteNumber(element, "x", a.x, 0);
+  WriteNumber(element, "y", a.y, 0);
+  WriteNumber(element, "xx", a.xx, 1);
+  WriteNumber(element, "xy", a.xy, 0);
+  WriteNumber(element, "yx", a.yx, 0);
+  WriteNumber(element, "yy", a.yy, 1);
 }
 
 void ExpectType(const Message& message, MessageType type) {
@@ -84,10 +105,7 @@ void TransformationsFields(xml::filter& f, Transformations& r) {
   if (f.reading()) {
     f.list("Transform", r.Own(), xml::AffineFields);
   } else {
-    for (types::affine t : r.GetTransforms()) {
-      xml::filter inner = f.Sub("Transform");
-      xml::AffineFields(inner, t);
-    }
+    for (const types::affine& t : r.GetTransforms()) WriteAffine(f.addChild("Transform"), t);
   }
   f.defaulted("ExportInaccuracy", r.ExportInaccuracy, 0.0f);
   f.defaulted("Task", r.Task, TaskType::Tracking);
