@@ -22,6 +22,7 @@
 #include "base/errors.h"
 #include "cli/commands.h"
 #include "cli/json.h"
+#include "cli/link_host.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
 #include "cli/report.h"
@@ -366,11 +367,13 @@ int RunSend(const std::vector<std::string>& args) {
 }  // namespace
 
 int RunLink(const std::vector<std::string>& args) {
-  if (args.empty()) throw UsageError("link needs serve or send");
+  if (args.empty()) throw UsageError("link needs serve, send, host or request");
   const std::vector<std::string> rest(args.begin() + 1, args.end());
   if (args[0] == "serve") return RunServe(rest);
   if (args[0] == "send") return RunSend(rest);
-  throw UsageError("link needs serve or send, not '" + args[0] + "'");
+  if (args[0] == "host") return RunLinkHost(rest);
+  if (args[0] == "request") return RunLinkRequest(rest);
+  throw UsageError("link needs serve, send, host or request, not '" + args[0] + "'");
 }
 
 const Command kLinkCommand = {
@@ -380,6 +383,8 @@ const Command kLinkCommand = {
     "                             [--aspect NUM:DEN] [--start N]\n"
     "       velomar-cli link send possible|transformations|project [--json] [--timeout MS]\n"
     "       velomar-cli link send stop\n"
+    "       velomar-cli link host [--underlay FRAME] [--overlay FRAME]\n"
+    "       velomar-cli link request WHAT P.vlp [--yes] [--json] [--host-command LINE]\n"
     "\n"
     "serve answers the host's plug-in on the socket VLApp in $XDG_RUNTIME_DIR\n"
     "(else a private folder in the temporary folder) until Ctrl-C or the stop\n"
@@ -401,7 +406,15 @@ const Command kLinkCommand = {
     "  stop               sends the stop signal\n"
     "For transformations and project the program delivers on the socket\n"
     "VLPlugin, where send listens; --timeout bounds the wait (default 10000).\n"
-    "A refusal of the program (an Error message) fails with its text.\n",
+    "A refusal of the program (an Error message) fails with its text.\n"
+    "\n"
+    "host plays the plug-in's server on VLPlugin until Ctrl-C: it offers the\n"
+    "footage given (a FRAME stands for its sequence) and prints a line for\n"
+    "every transfer. request runs one of the program's commands on P.vlp\n"
+    "against it: state (each command enabled or not, and its text), switch\n"
+    "(front or start the host: --host-command), import-project,\n"
+    "import-overlay (the project is saved after either), export-project,\n"
+    "export-transformations. A command that is not possible now fails.\n",
     RunLink};
 
 }  // namespace cli

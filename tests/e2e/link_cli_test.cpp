@@ -84,7 +84,8 @@ TEST(LinkCli, HostSendsFootageAndFetchesTheTrackedMotion) {
   img::native_writer().write(dir / "logo.bmp", "BMP", still, false);
 
   const std::string project = dir / "shot.vlp";
-  e2e::Running serve(dir, {"link", "serve", "--project", project, "--yes"});
+  const TempDir serve_output;  // Cli() writes its output files in `dir`
+  e2e::Running serve(serve_output, {"link", "serve", "--project", project, "--yes"});
   ASSERT_TRUE(serve.WaitForError("serving on " + run + "/VLApp", 10s));
 
   Result r = Cli(dir, {"link", "send", "possible", "--json"});
@@ -141,6 +142,41 @@ TEST(LinkCli, HostSendsFootageAndFetchesTheTrackedMotion) {
   r = Cli(dir, {"link", "send", "possible"});
   EXPECT_EQ(r.status, 1);
   EXPECT_THAT(r.err, HasSubstr("as a result of WaitNamedPipe"));
+}
+
+TEST(LinkCli, ProgramCommandsFetchFootageFromTheHostAndSendTheProject) {
+  TempDir dir;
+  UseRuntimeFolder(dir);
+  for (int f = 0; f < 3; ++f) {
+    img::image frame(16, 12);
+    img::native_writer().write(dir / ("u_000" + std::to_string(f + 4) + ".bmp"), "BMP", frame,
+                               false);
+  }
+  const std::string project = dir / "p.vlp";
+  Result r = Cli(dir, {"link", "request", "state", project, "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("\"import-project\": {\"enabled\": false"));
+  r = Cli(dir, {"link", "request", "import-project", project});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("import-project is not possible now."));
+
+  const TempDir host_output;  // Cli() writes its output files in `dir`
+  e2e::Running host(host_output, {"link", "host", "--underlay", dir / "u_0004.bmp"});
+  ASSERT_TRUE(host.WaitForError("host listening on", 10s));
+  r = Cli(dir, {"link", "request", "import-project", project});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(e2e::Slurp(project), HasSubstr("u_0006.bmp"));
+  r = Cli(dir, {"link", "request", "export-project", project});
+  ASSERT_EQ(r.status, 0) << r.err;
+  // No footage for an overlay: the command stays disabled.
+  r = Cli(dir, {"link", "request", "state", project});
+  EXPECT_THAT(r.out, HasSubstr("import-overlay          disabled Import Overlay"));
+  host.Signal(SIGINT);
+  const Result ended = host.Wait();
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(ended.out,
+            "sent Underlay 3 frames\n"
+            "received Project p 16x12 underlay 3 overlay 0 frames 0\n");
 }
 
 }  // namespace
