@@ -55,6 +55,13 @@ FileStamp Stamp(const std::string& path) {
   return {uint64_t(st.st_ino), int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
 }
 
+// A file that vanished is no change: the project in memory stays.
+bool ChangedOnDisk(const std::string& path, const FileStamp& known) {
+  if (path.empty()) return false;
+  const FileStamp now = Stamp(path);
+  return now.modified_ns >= 0 && now != known;
+}
+
 // What of the project the link changes: when it differs from the saved
 // state, the project is saved.
 std::string LinkedState(app::Velomar& app) {
@@ -123,15 +130,18 @@ int RunServe(const std::vector<std::string>& args) {
   while (!watch.fired() && !sleeper->HasEnded()) {
     // The project file changes under us when another command (track) saves
     // it; the plug-in must get what is on disk.
-    if (!project.empty() && Stamp(project) != stamp && Stamp(project).modified_ns >= 0) {
+    if (ChangedOnDisk(project, stamp)) {
       app.Run([&] { app.OpenDocumentFile(project); });
       stamp = Stamp(project);
       saved = LinkedState(app);
     }
     link.Publish();
     app.Run([&] {
-      queue.pump_until([&] { return watch.fired() || sleeper->HasEnded(); },
-                       std::chrono::milliseconds(50));
+      // Back to the top at once when the file changes, so the plug-in's
+      // next question is answered from what was saved.
+      queue.pump_until(
+          [&] { return watch.fired() || sleeper->HasEnded() || ChangedOnDisk(project, stamp); },
+          std::chrono::milliseconds(50));
     });
     if (!project.empty() && app.IsProjectOpen() && LinkedState(app) != saved) {
       if (app.Run([&] { app.SaveProjectAs(project); })) {
