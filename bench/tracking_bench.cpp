@@ -4,8 +4,10 @@
 // estimation method. Reports milliseconds per tracked frame, and the share
 // of each stage of the timing tree (ms per frame, wall clock).
 //
-// Arguments: picture height (1080 or 720), MotionEstimation (0 to 3).
+// Arguments: picture height (1080 or 720), MotionEstimation (0 to 3),
+// threads (1: backward then forward; 2: both directions at once).
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 
 #include <map>
 #include <memory>
@@ -18,7 +20,7 @@
 
 namespace {
 
-constexpr int32_t kFrames = 16, kKey = 1;
+constexpr int32_t kFrames = 16, kKey = 8;
 
 struct Footage {
   img::synthetic_shot shot;
@@ -77,34 +79,61 @@ void AddStages(const timing::node& node,
   }
 }
 
+// The whole process's processor time (every thread) and minor page faults:
+// wall time means little on a shared machine, and the faults show whether
+// frame-sized buffers are mapped afresh for every frame.
+struct Usage {
+  double user = 0, system = 0;
+  double faults = 0;
+  static Usage now() {
+    rusage r{};
+    getrusage(RUSAGE_SELF, &r);
+    return {double(r.ru_utime.tv_sec) + 1e-6 * double(r.ru_utime.tv_usec),
+            double(r.ru_stime.tv_sec) + 1e-6 * double(r.ru_stime.tv_usec), double(r.ru_minflt)};
+  }
+};
+
 void BM_TrackFrames(benchmark::State& state) {
   const Footage& footage = FootageOf(uint32_t(state.range(0)));
   VLSegmentParams params;
   params.MotionEstimation = MotionEstimation(state.range(1));
   int64_t frames = 0;
   std::map<std::string, double> stage_ms;
+  const Usage before = Usage::now();
   for (auto _ : state) {
     Sink sink;
     timing::tree tree;
-    tracking::TimingTreeTimer timer(&tree);
+    timing::tree forward_tree;
+    tracking::TimingTreeTimer timer(&tree), forward_timer(&forward_tree);
     tracking::TrackingRun run;
-    run.segment = {kKey, {kKey, kFrames}, params, &footage.mask, &sink.data, &footage.names};
+    run.threads = int(state.range(2));
+    run.forward_timer = &forward_timer;
+    run.segment = {kKey, {0, kFrames}, params, &footage.mask, &sink.data, &footage.names};
     run.host = &sink;
     run.cache = footage.cache.get();
     run.timer = &timer;
     tracking::TrackSegment(run, {kKey, kKey});
-    frames += kFrames - kKey;
+    if (sink.data.DataSpan(kKey).length() != kFrames) state.SkipWithError("object lost");
+    frames += kFrames;
     AddStages(tree.root(), "", stage_ms);
+    AddStages(forward_tree.root(), "", stage_ms);
   }
+  const Usage after = Usage::now();
+  const double n = double(frames);
+  state.counters["process_cpu_ms_per_frame"] =
+      1000 * (after.user + after.system - before.user - before.system) / n;
+  state.counters["system_ms_per_frame"] = 1000 * (after.system - before.system) / n;
+  state.counters["minor_faults_per_frame"] = (after.faults - before.faults) / n;
   state.counters["ms_per_frame"] = benchmark::Counter(
       double(frames) / 1000.0, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
   for (const auto& [stage, ms] : stage_ms)
     state.counters[stage] = ms / double(frames);  // exclusive of timed children
   state.SetLabel(std::to_string(footage.shot.width) + "x" + std::to_string(footage.shot.height) +
-                 " " + std::string(Label(params.MotionEstimation)));
+                 " " + std::string(Label(params.MotionEstimation)) + ", " +
+                 std::to_string(state.range(2)) + " thread(s)");
 }
 BENCHMARK(BM_TrackFrames)
-    ->ArgsProduct({{1080, 720}, {0, 1, 2, 3}})
+    ->ArgsProduct({{1080, 720}, {0, 1, 2, 3}, {1, 2}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(2);

@@ -13,8 +13,11 @@
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/project_session.h"
+#include "cli/report.h"
 #include "cli/segment_setup.h"
 #include "cli/track_run.h"
+#include "imaging/cache.h"
+#include "imaging/global_cache.h"
 
 namespace cli {
 
@@ -23,6 +26,10 @@ namespace {
 // The exit status of a run that Ctrl-C stopped, as shells report a program
 // ended by SIGINT.
 constexpr int kCancelledStatus = 130;
+
+// Frames the cache keeps during a command run: per direction a reference
+// frame, a target and a few read ahead, with room to spare.
+constexpr int64_t kCachedFrames = 16;
 
 std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
   for (auto& a : args)
@@ -97,20 +104,37 @@ int TrackAndSave(ProjectSession& session,
     // The worker reads it at the start of each run.
     setenv("VL_DEBUG_DIR", dir.c_str(), 1);
   }
+  // A command run reads each frame once and never shows it: the cache only
+  // has to hold what the tracker and the read-ahead have in hand. Kept
+  // that small, evicted frames hand their memory to the next decode
+  // instead of every frame faulting in fresh pages.
+  const VLComp& comp = session.comp();
+  img::global_cache().set_quota_bytes(kCachedFrames * int64_t(comp.GetWidth()) *
+                                      int64_t(comp.GetHeight()) * 4);
   InterruptWatch watch;
   const TrackOutcome outcome = TrackSegments(session, segments, watch);
   save();
   if (options.has("--transforms"))
     WriteWhole(options.value("--transforms"),
                TransformsText(session.comp().GetSegmentObject(segments.front())));
-  PrintSummary(session.comp(), segments, outcome);
-  if (!outcome.failures.empty()) {
-    std::string text;
-    for (const auto& f : outcome.failures) {
-      if (!text.empty()) text += '\n';
-      text += f;
+  std::string failures;
+  for (const auto& f : outcome.failures) {
+    if (!failures.empty()) failures += '\n';
+    failures += f;
+  }
+  if (options.flag("--json")) {
+    std::printf("%s\n", TrackJson(session.comp(), segments, outcome, failures).c_str());
+    if (outcome.cancelled)
+      std::fprintf(stderr,
+                   "Tracking cancelled: what was computed is saved; track again to resume.\n");
+    if (!failures.empty()) {
+      // The result above already holds the error: no second document.
+      std::fprintf(stderr, "%s\n", ReportText("tracking", failures).c_str());
+      return 1;
     }
-    throw std::runtime_error(text);
+  } else {
+    PrintSummary(session.comp(), segments, outcome);
+    if (!failures.empty()) throw std::runtime_error(failures);
   }
   return outcome.cancelled ? kCancelledStatus : 0;
 }
@@ -138,7 +162,7 @@ int RunTrackProject(const Options& options) {
         }
         status = TrackAndSave(session, segments, options, [&] { session.app().OnSave(); });
       },
-      false, "tracking");
+      options.flag("--json"), "tracking");
   return failed ? failed : status;
 }
 
@@ -164,14 +188,14 @@ int RunTrackSequence(const Options& options) {
           if (!out.empty()) session.app().SaveProjectAs(out);
         });
       },
-      false, "tracking");
+      options.flag("--json"), "tracking");
   return failed ? failed : status;
 }
 
 }  // namespace
 
 int RunTrack(const std::vector<std::string>& args) {
-  const Options options(WithLongOutput(args), {"--all", "--yes"},
+  const Options options(WithLongOutput(args), {"--all", "--yes", "--json"},
                         {"--segment", "--transforms", "--debug-dir", "--sequence", "--mask",
                          "--key", "--span", "--param", "--output", "--rate"});
   return options.has("--sequence") ? RunTrackSequence(options) : RunTrackProject(options);
@@ -180,10 +204,10 @@ int RunTrack(const std::vector<std::string>& args) {
 const Command kTrackCommand = {
     "track", "track a project's segments, or a one-off shot",
     "usage: velomar-cli track PROJECT.vlp [--segment INDEX | --all] [--span FIRST:LAST]\n"
-    "                         [--transforms FILE] [--debug-dir DIR] [--yes]\n"
+    "                         [--transforms FILE] [--debug-dir DIR] [--json] [--yes]\n"
     "       velomar-cli track --sequence PATH --key FRAME --mask MASK.bmp [--span FIRST:LAST]\n"
     "                         [--param KEY=VALUE]... [--rate N] [-o PROJECT.vlp]\n"
-    "                         [--transforms FILE] [--debug-dir DIR] [--yes]\n"
+    "                         [--transforms FILE] [--debug-dir DIR] [--json] [--yes]\n"
     "\n"
     "Tracks segments as Segment > Process does: from the key frame backward,\n"
     "then forward, over the segment's time span, one transformation a frame.\n"
@@ -200,6 +224,10 @@ const Command kTrackCommand = {
     "does), adds a segment on FRAME with MASK (as segment add does, same\n"
     "options), tracks it, and saves the project as -o PROJECT.vlp if given.\n"
     "\n"
+    "The frame cache holds only 16 frames during the run: each frame is read\n"
+    "once, and recycling the memory of evicted frames is faster than taking\n"
+    "fresh memory for every frame.\n"
+    "\n"
     "Progress goes to standard error: frames done of those wanted for the\n"
     "segment in hand, frames per second, direction. At the end standard output\n"
     "has each segment's data span and time span (FIRST:LAST, LAST one past\n"
@@ -211,6 +239,15 @@ const Command kTrackCommand = {
     "                     between; only with one segment tracked\n"
     "  --debug-dir DIR    the tracker's log (Velomar.log) and table of\n"
     "                     discrepancies (Discrepancy.txt) of the last run go there\n"
+    "  --json             standard output has one object instead of the summary:\n"
+    "                     {\"segments\": [{\"index\", \"key_frame\", \"data_span\",\n"
+    "                     \"time_span\", \"mask_box\": [left, top, right, bottom],\n"
+    "                     \"frames\": [{\"frame\", \"transform\": [xx, xy, yx, yy, x, y],\n"
+    "                     \"corners\": the box's corners (top left, top right,\n"
+    "                     bottom right, bottom left) carried into the frame}]}],\n"
+    "                     \"new_frames\", \"seconds\", \"frames_per_second\",\n"
+    "                     \"ms_per_frame\", \"cancelled\"}, with \"error\" when a run\n"
+    "                     failed; a failure before tracking gives {\"error\"}\n"
     "\n"
     "Ctrl-C stops the tracking as Segment > Cancel does: the frames computed are\n"
     "kept and saved, and the command exits with status 130; a second Ctrl-C\n"

@@ -10,6 +10,7 @@
 #include "app/model/comp.h"
 #include "app/model/segment.h"
 #include "app/work/processor.h"
+#include "cli/json.h"
 #include "cli/project_session.h"
 
 namespace cli {
@@ -255,6 +256,77 @@ std::string TransformsText(const VLSegment& segment) {
     text += line;
   }
   return text;
+}
+
+MaskBox BoundingBox(const img::bitmap<img::bit1>& mask) {
+  MaskBox box{int32_t(mask.width), int32_t(mask.height), 0, 0};
+  for (uint32_t y = 0; y < mask.height; ++y) {
+    const uint8_t* row = mask.rows[y];
+    for (uint32_t x = 0; x < mask.width; ++x) {
+      if (!(row[x >> 3] & (128 >> (x & 7)))) continue;
+      box.left = std::min(box.left, int32_t(x));
+      box.right = std::max(box.right, int32_t(x) + 1);
+      box.top = std::min(box.top, int32_t(y));
+      box.bottom = int32_t(y) + 1;
+    }
+  }
+  if (box.right == 0) box = {};
+  return box;
+}
+
+std::string TrackJson(const VLComp& comp,
+                      const std::vector<int32_t>& segments,
+                      const TrackOutcome& outcome,
+                      const std::string& error) {
+  Json j;
+  j.begin_object().key("segments").begin_array();
+  for (const int32_t index : segments) {
+    const VLSegment& segment = comp.GetSegmentObject(index);
+    const int32_t key = segment.GetOrigin();
+    const MaskBox box = BoundingBox(segment.GetMask());
+    const My::Span data_span = segment.GetDataSpan(), time_span = segment.GetTimeSpan();
+    j.begin_object().key("index").value(index).key("key_frame").value(key);
+    j.key("data_span").begin_array().value(data_span.first).value(data_span.last).end_array();
+    j.key("time_span").begin_array().value(time_span.first).value(time_span.last).end_array();
+    j.key("mask_box")
+        .begin_array()
+        .value(box.left)
+        .value(box.top)
+        .value(box.right)
+        .value(box.bottom)
+        .end_array();
+    j.key("frames").begin_array();
+    const VLSegmentDataPtr data = segment.GetData();
+    const My::Span span = data->DataSpan(key);
+    const double corners[4][2] = {{double(box.left), double(box.top)},
+                                  {double(box.right), double(box.top)},
+                                  {double(box.right), double(box.bottom)},
+                                  {double(box.left), double(box.bottom)}};
+    for (int32_t frame = span.first; frame < span.last; ++frame) {
+      const types::affine& t = data->At(frame, key);
+      j.begin_object().key("frame").value(frame).key("transform").begin_array();
+      for (const double v : {t.xx, t.xy, t.yx, t.yy, t.x, t.y}) j.value(v);
+      j.end_array().key("corners").begin_array();
+      for (const auto& c : corners) {
+        double x, y;
+        t.apply(c[0], c[1], x, y);
+        j.begin_array().value(x).value(y).end_array();
+      }
+      j.end_array().end_object();
+    }
+    j.end_array().end_object();
+  }
+  j.end_array();
+  j.key("new_frames").value(outcome.frames).key("seconds").value(outcome.seconds);
+  const bool timed = outcome.frames > 0 && outcome.seconds > 0;
+  j.key("frames_per_second");
+  timed ? j.value(double(outcome.frames) / outcome.seconds) : j.null();
+  j.key("ms_per_frame");
+  timed ? j.value(1000 * outcome.seconds / double(outcome.frames)) : j.null();
+  j.key("cancelled").value(outcome.cancelled);
+  if (!error.empty()) j.key("error").value(error);
+  j.end_object();
+  return j.str();
 }
 
 }  // namespace cli

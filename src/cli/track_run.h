@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "imaging/bitmap.h"
+
+class VLComp;
 class VLSegment;
 
 namespace cli {
@@ -58,5 +61,23 @@ TrackOutcome TrackSegments(ProjectSession& session,
 // transformation from key-frame coordinates to that frame, each with 17
 // significant digits, separated by single blanks.
 std::string TransformsText(const VLSegment& segment);
+
+// The mask's bounding box on the key frame, in pixel edges: left, top, and
+// right, bottom one past the last set pixel; all zero for an empty mask.
+struct MaskBox {
+  int32_t left = 0, top = 0, right = 0, bottom = 0;
+};
+MaskBox BoundingBox(const img::bitmap<img::bit1>& mask);
+
+// The result of a run for pipelines, one JSON object: per segment its
+// index, key frame, spans, the mask's bounding box, and per frame of its
+// data span the frame index, xx xy yx yy x y and the box's four corners
+// (top left, top right, bottom right, bottom left) carried into that frame;
+// then the run's new frames, seconds, frames per second and ms per frame,
+// whether it was cancelled, and "error" when a run failed.
+std::string TrackJson(const VLComp& comp,
+                      const std::vector<int32_t>& segments,
+                      const TrackOutcome& outcome,
+                      const std::string& error);
 
 }  // namespace cli

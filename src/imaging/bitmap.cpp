@@ -1,6 +1,30 @@
 #include "imaging/bitmap.h"
 
+#include <cstdlib>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 namespace img {
+
+uint8_t* allocate_pixels(size_t bytes) {
+  constexpr size_t kHugePage = size_t(2) << 20, kLarge = size_t(4) << 20;
+  const size_t align = bytes >= kLarge ? kHugePage : 64;
+  // aligned_alloc wants a multiple of the alignment.
+  const size_t rounded = (bytes + align - 1) / align * align;
+  void* p = std::aligned_alloc(align, rounded);
+  if (!p) throw std::bad_alloc();
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  // Advice only: where huge pages are off, nothing changes.
+  if (align == kHugePage) madvise(p, rounded, MADV_HUGEPAGE);
+#endif
+  return static_cast<uint8_t*>(p);
+}
+
+void release_pixels(uint8_t* buffer) noexcept {
+  std::free(buffer);
+}
 
 namespace {
 

@@ -17,6 +17,14 @@
 
 namespace img {
 
+// The pixel buffers of every bitmap: 64-byte aligned so that vector loops
+// may use aligned loads on row 0. Frame-sized buffers (4 MB and more) are
+// laid on 2 MB boundaries and offered to the kernel as huge pages: a frame
+// that must be fresh memory (a new cache entry) then costs a handful of
+// page faults instead of two thousand. Throws std::bad_alloc.
+uint8_t* allocate_pixels(size_t bytes);
+void release_pixels(uint8_t* buffer) noexcept;
+
 // Pixel kinds. row_bytes is the length of one row before alignment.
 struct bit1 {  // one bit; bit (128 >> (x & 7)) of byte x >> 3; set = inside the mask
   static constexpr uint64_t row_bytes(uint64_t width) { return (width + 7) / 8; }
@@ -190,11 +198,8 @@ class bitmap {
   }
 
  private:
-  // 64-byte aligned so that vector loops may use aligned loads on row 0.
-  static uint8_t* allocate(size_t n) {
-    return static_cast<uint8_t*>(::operator new(n, std::align_val_t(64)));
-  }
-  static void release(uint8_t* p) { ::operator delete(p, std::align_val_t(64)); }
+  static uint8_t* allocate(size_t n) { return allocate_pixels(n); }
+  static void release(uint8_t* p) { release_pixels(p); }
 
   // Points the row table (already `height` long) at the buffer.
   void fill_rows() {

@@ -22,7 +22,9 @@ bool keys_equal(const CacheKey& a, const CacheKey& b) {
 }
 
 Cache::Cache(FileLoader loader, int64_t quota_bytes)
-    : loader_(std::move(loader)), quota_(quota_bytes), free_bytes_(quota_bytes) {}
+    : loader_(std::move(loader)), quota_(quota_bytes), free_bytes_(quota_bytes) {
+  spares_.reserve(kSpareImages);  // so that eviction never allocates
+}
 
 Cache::~Cache() {
   std::unique_lock lock(mutex_);
@@ -43,9 +45,11 @@ CacheEntry* Cache::acquire_file(const std::string& name, bool touch) {
     --waiters_;
   }
   loading_.push_back(name);
+  img::image spare = take_spare();
   lock.unlock();
 
   auto entry = std::make_unique<CacheEntry>();
+  entry->image = std::move(spare);
   try {
     entry->key = name;
     loader_(name, entry->image);
@@ -94,7 +98,9 @@ void Cache::set_quota_bytes(int64_t quota_bytes) {
 
 void Cache::purge() {
   NodeList doomed;
+  std::vector<img::image> spares;  // freed after the lock, as `doomed`
   std::lock_guard lock(mutex_);
+  spares.swap(spares_);
   const int64_t saved = quota_;
   quota_ = 0;
   free_bytes_ -= saved;
@@ -168,8 +174,20 @@ void Cache::evict(NodeList& doomed) {
 }
 
 void Cache::remove(NodeList::iterator it, NodeList& doomed) {
-  free_bytes_ += it->entry->image.size;
+  img::image& image = it->entry->image;
+  free_bytes_ += image.size;
+  // Moving the picture frees nothing, so it may happen under the lock.
+  if (spares_.size() < kSpareImages && image.data != nullptr && image.owns_data)
+    spares_.push_back(std::move(image));
   doomed.splice(doomed.end(), entries_, it);
+}
+
+img::image Cache::take_spare() {
+  if (spares_.empty()) return {};
+  img::image spare = std::move(spares_.back());
+  spares_.pop_back();
+  spare.set_top_down(1);  // as a new picture, for readers that only resize
+  return spare;
 }
 
 CacheHandle::CacheHandle(CacheHandle&& other) noexcept

@@ -7,6 +7,12 @@
 // decoded waits for the first; different files decode in parallel. Decoding
 // runs outside the lock, which covers list work only and is a leaf: nothing
 // else is locked under it, and the loader is never called with it held.
+//
+// The pixels of an evicted frame are not given back at once: up to
+// `kSpareImages` of them wait, uncharged, for the next decode, which gets
+// one as its `out` picture. A reader that resizes `out` to the same byte
+// size keeps that buffer, so a long shot streaming through a full cache
+// decodes into memory it already has instead of faulting in a fresh frame.
 #pragma once
 
 #include <condition_variable>
@@ -87,8 +93,11 @@ class Cache {
   void set_quota(float fraction);
   void set_quota_bytes(int64_t quota_bytes);
 
-  // Evicts everything that nobody holds.
+  // Evicts everything that nobody holds, and frees the spare pictures.
   void purge();
+
+  // How many evicted pictures wait at most for reuse.
+  static constexpr size_t kSpareImages = 2;
 
   int64_t quota() const;
   // The quota less the sizes of all held images; negative when over quota.
@@ -118,13 +127,16 @@ class Cache {
                      NodeList& doomed);
   void evict(NodeList& doomed);
   void remove(NodeList::iterator it, NodeList& doomed);
+  // An evicted picture for the next decode, or an empty one.
+  img::image take_spare();
 
   const FileLoader loader_;
 
   mutable std::mutex mutex_;  // guards everything below
   int64_t quota_ = 0;
   int64_t free_bytes_ = 0;
-  NodeList entries_;  // front: most recent; back: evicted first
+  NodeList entries_;                // front: most recent; back: evicted first
+  std::vector<img::image> spares_;  // most recently evicted last
   std::vector<std::string> loading_;
   std::condition_variable loaded_;  // broadcast whenever a decode ends
   size_t waiters_ = 0;

@@ -2,10 +2,15 @@
 
 #include <algorithm>
 #include <climits>
+#include <exception>
+#include <mutex>
 #include <ostream>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "base/errors.h"
+#include "imaging/io_types.h"
 #include "imaging/prefetcher.h"
 #include "imaging/warp.h"
 #include "tracking/matching_profile.h"
@@ -59,7 +64,16 @@ void TargetFrame::load() {
   StageScope stage(run_->timer, "image loading");
   const std::string& file = name();
   auto handle = std::make_shared<img::CacheHandle>(*run_->cache);
-  handle->acquire_file(file, true);
+  try {
+    handle->acquire_file(file, true);
+  } catch (const img::io_error& e) {
+    // The decoder's text alone ("image file format not recognised") leaves
+    // the user to guess which of a thousand frames is at fault.
+    std::string text = e.what();
+    if (text.find(file) == std::string::npos) text += ": " + file;
+    if (!e.detail().empty()) text += " (" + e.detail() + ")";
+    throw xtd::exception(text);
+  }
   const img::image& picture = handle->image();
   const img::bitmap<img::bit1>& mask = *run_->segment.mask;
   // Every stage compares this picture with the mask's key frame pixel for
@@ -173,6 +187,34 @@ void KeyFrame::predict(const TargetFrame& target, types::affine& p, double& dp) 
   if (log) *log << p << '\n';
 }
 
+namespace {
+
+// Block matching that leaves more than this share of the pixels ignored by
+// the refiner's measure has matched nothing: the motion lies beyond the
+// search window.
+constexpr double kUnmatchedShare = 0.5;
+// A wider search replaces the first only when it measures clearly better.
+constexpr double kClearlyBetter = 0.75;
+// The widest window the search widens to, and how often it may widen.
+constexpr int32_t kWidestRadius = 100;
+constexpr int kWidenings = 2;
+
+}  // namespace
+
+types::affine KeyFrame::match_blocks(const TargetFrame& target, int32_t radius) {
+  const VLSegmentParams& params = run_->segment.params;
+  {
+    StageScope stage(run_->timer, "profiles building");
+    BuildProfiles(*segments_, target.image(), ProfileParamsOf(params, radius), false);
+  }
+  StageScope stage(run_->timer, "coherent motion");
+  // The ties of the first guess are broken by the same fixed sequence for
+  // every frame, so that a frame's result depends on the frame alone and a
+  // resumed run repeats an uninterrupted one.
+  random_ = TieBreaker();
+  return FindMotion(*segments_, CoherentMotionParamsOf(params), random_, run_->log);
+}
+
 types::affine KeyFrame::segments_transform(const TargetFrame& target,
                                            const types::affine& p,
                                            double& ds) {
@@ -180,25 +222,48 @@ types::affine KeyFrame::segments_transform(const TargetFrame& target,
   SetStartingMotion(*segments_, params.use_prediction ? p : types::affine::identity());
   int direction = 1;
   const int32_t n = target.distance(direction);
-  const unsigned radius =
-      n >= 2 && params.use_prediction ? params.MaxAcceleration : params.InitialSearchRadius;
-  {
-    StageScope stage(run_->timer, "profiles building");
-    BuildProfiles(*segments_, target.image(), ProfileParamsOf(params, int32_t(radius)), false);
+  int32_t radius = int32_t(std::min<unsigned>(
+      n >= 2 && params.use_prediction ? params.MaxAcceleration : params.InitialSearchRadius,
+      kWidestRadius));
+  types::affine s = match_blocks(target, radius);
+  if (!has_refiner_) return s;
+  std::ostream* log = run_->log;
+  float portion = optic_flow_.portion();  // before the measure of `s`
+  optic_flow_.set(s, -1);
+  ds = optic_flow_.measure(target.image(), run_->timer);
+  if (log) *log << "segments transform discrepancy: " << ds << '\n';
+
+  // Motion faster than the window (next to the key frame, or a jolt the
+  // prediction missed) is searched for again in a wider one. Where the
+  // window sufficed, none of this runs and nothing changes.
+  bool last_measured = true;  // whether the refiner's last measure was of `s`
+  for (int widening = 0; widening < kWidenings && radius < kWidestRadius &&
+                         optic_flow_.ignored_share() > kUnmatchedShare;
+       ++widening) {
+    radius = std::min(2 * radius + 1, kWidestRadius);
+    if (log) *log << "block matching found nothing, searching at radius " << radius << '\n';
+    const types::affine wide = match_blocks(target, radius);
+    const float before = optic_flow_.portion();
+    optic_flow_.set(wide, -1);
+    const double dw = optic_flow_.measure(target.image(), run_->timer);
+    if (log) *log << "wider segments transform discrepancy: " << dw << '\n';
+    if (!(dw < kClearlyBetter * ds)) {
+      last_measured = false;
+      break;
+    }
+    s = wide;
+    ds = dw;
+    portion = before;
+    last_measured = true;
   }
-  types::affine s;
-  {
-    StageScope stage(run_->timer, "coherent motion");
-    // The ties of the first guess are broken by the same fixed sequence for
-    // every frame, so that a frame's result depends on the frame alone and a
-    // resumed run repeats an uninterrupted one.
-    random_ = TieBreaker();
-    s = FindMotion(*segments_, CoherentMotionParamsOf(params), random_, run_->log);
-  }
-  if (has_refiner_) {
+  if (!last_measured) {
+    // The refinement starts from the right side of the last measure, and
+    // the measure moves the portion coefficient: both are put back as the
+    // measure of `s` left them.
+    optic_flow_.set_portion(portion);
     optic_flow_.set(s, -1);
-    ds = optic_flow_.measure(target.image(), run_->timer);
-    if (run_->log) *run_->log << "segments transform discrepancy: " << ds << '\n';
+    ds = optic_flow_.measure(target.image(), nullptr);
+    if (log) *log << "keeping the first segments transform: " << ds << '\n';
   }
   return s;
 }
@@ -291,15 +356,20 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   else
     key.set_to_key();
 
+  // One target for the whole direction: its frame-sized picture, and the one
+  // the reference frame hands back on taking it, are reused for every frame
+  // instead of being mapped, faulted in and unmapped again each time.
+  TargetFrame target(run);
   for (;;) {
     if (run.host->interrupted()) return;
     const bool last_step = n + 1 == end;
-    if (!last_step && run.prefetcher) {
-      const int32_t next = FrameAt(k, direction, n + 1);
+    // Two frames ahead: while both directions track, the read-ahead serves
+    // two frames per step and must not fall behind on the first.
+    for (int32_t ahead = 1; run.prefetcher && ahead <= 2 && n + ahead < end; ++ahead) {
+      const int32_t next = FrameAt(k, direction, n + ahead);
       if (next >= 0 && size_t(next) < s.frames->size())
         run.prefetcher->Add((*s.frames)[size_t(next)]);
     }
-    TargetFrame target(run);
     target.set(direction, n);
     if (run.host->interrupted()) return;
     const types::affine t = key.transform_to(target);
@@ -311,22 +381,85 @@ void TrackDirection(const TrackingRun& run, KeyFrame& key, int direction, My::Sp
   }
 }
 
-}  // namespace
+// The host as both directions share it: one call at a time.
+class SharedHost : public TrackingHost {
+ public:
+  explicit SharedHost(TrackingHost& host) : host_(host) {}
+  bool interrupted() const override {
+    std::lock_guard lock(mutex_);
+    return host_.interrupted();
+  }
+  // Both starts are announced at once, backward first, before either
+  // direction runs: the host's last word is always "forward".
+  void direction_started(int) override {}
+  void both_started() {
+    host_.direction_started(0);
+    host_.direction_started(1);
+  }
+  void append(int direction,
+              My::Span& span,
+              const types::affine& transform,
+              int32_t frame) override {
+    std::lock_guard lock(mutex_);
+    host_.append(direction, span, transform, frame);
+  }
+  void lost(int32_t frame) override {
+    std::lock_guard lock(mutex_);
+    host_.lost(frame);
+  }
 
-void TrackSegment(const TrackingRun& run, My::Span data_span) {
-  KeyFrame key(run);
-  My::Span span = data_span;
-  for (int direction = 0; direction < 2; ++direction) {
-    if (direction == 1 && run.host->interrupted()) return;
+ private:
+  TrackingHost& host_;
+  mutable std::mutex mutex_;
+};
+
+// One direction with a reference frame of its own. A singular mask ends it
+// as a result; any other error is kept in `error`.
+void TrackOneDirection(const TrackingRun& run,
+                       int direction,
+                       My::Span& span,
+                       std::exception_ptr& error) noexcept {
+  try {
+    KeyFrame key(run);
     try {
       TrackDirection(run, key, direction, span);
     } catch (const SingularMask& lost) {
-      // The reference frame may be half prepared: the other direction
-      // starts from a fresh one.
-      key.forget();
       run.host->lost(lost.frame());
     }
+  } catch (...) {
+    error = std::current_exception();
   }
+}
+
+}  // namespace
+
+void TrackSegment(const TrackingRun& run, My::Span data_span) {
+  My::Span span = data_span;
+  const TrackedSegment& s = run.segment;
+  std::exception_ptr errors[2];
+  const bool both = s.time_span.first < span.first && s.time_span.last > span.last;
+  if (run.threads < 2 || !both) {
+    TrackOneDirection(run, 0, span, errors[0]);
+    if (!run.host->interrupted()) TrackOneDirection(run, 1, span, errors[1]);
+  } else {
+    SharedHost host(*run.host);
+    TrackingRun backward = run, forward = run;
+    backward.host = forward.host = &host;
+    forward.timer = run.forward_timer;
+    // The forward direction's lines wait until the backward one has ended,
+    // so that the files read as after a run on one thread.
+    std::ostringstream forward_log, forward_table;
+    if (run.log) forward.log = &forward_log;
+    if (run.table) forward.table = &forward_table;
+    host.both_started();
+    std::thread other([&] { TrackOneDirection(forward, 1, span, errors[1]); });
+    TrackOneDirection(backward, 0, span, errors[0]);
+    other.join();
+    if (run.log) *run.log << forward_log.str() << std::flush;
+    if (run.table) *run.table << forward_table.str() << std::flush;
+  }
+  for (const std::exception_ptr& error : errors)
+    if (error) std::rethrow_exception(error);
 }
 
 // --- TimingTreeTimer --------------------------------------------------------

@@ -14,6 +14,8 @@
 // Usage, on the tracker's worker thread:
 //
 //   TrackingRun run{segment, host, cache, prefetcher, log, table, timer};
+//   run.threads = 2;               // both directions at once
+//   run.forward_timer = &forward;  // the second direction's stage times
 //   TrackSegment(run, data_span);  // both directions; resumes after data_span
 #pragma once
 
@@ -71,7 +73,8 @@ struct TrackedSegment {
   const std::vector<std::string>* frames = nullptr;
 };
 
-// The loop's way out: results, states and the interrupt flag.
+// The loop's way out: results, states and the interrupt flag. The loop
+// never calls it from two threads at once, even while both directions run.
 class TrackingHost {
  public:
   // The worker's interrupt flag; the loop stops at the next check.
@@ -100,6 +103,13 @@ struct TrackingRun {
   std::ostream* log = nullptr;             // diagnostics; null: none
   std::ostream* table = nullptr;           // the discrepancy table; null: none
   StageTimer* timer = nullptr;             // null: stages are not timed
+  // 2: the two directions from the key frame are tracked at the same time,
+  // each on its own thread with its own reference frame; 1: backward, then
+  // forward. The results are the same either way. The log and the table
+  // come out as with 1, the forward direction's after the backward one's.
+  int threads = 1;
+  // The forward direction's stages while both run at once; null: untimed.
+  StageTimer* forward_timer = nullptr;
 };
 
 // One frame as the tracker sees it: its cache entry and its pixels as floats.
@@ -142,9 +152,8 @@ class KeyFrame : public TargetFrame {
   // Makes the key frame the reference frame unless it already is.
   void set_to_key();
   void set(int direction, int32_t distance);
-  // Drops the frame, so that the next set_to_key() prepares afresh.
-  void forget() { frame_ = -1; }
-  // Takes the target's frame and picture; the target is spent.
+  // Takes the target's frame and picture; the target gets the old ones, whose
+  // buffer its next set() reuses.
   void take(TargetFrame& target);
   // The transformation of `target` in key-frame coordinates.
   types::affine transform_to(const TargetFrame& target);
@@ -157,21 +166,26 @@ class KeyFrame : public TargetFrame {
   types::affine stored(int32_t frame) const;
   void predict(const TargetFrame& target, types::affine& p, double& dp);
   types::affine segments_transform(const TargetFrame& target, const types::affine& p, double& ds);
+  types::affine match_blocks(const TargetFrame& target, int32_t radius);
   void refine(const TargetFrame& target, types::affine& c, double& d);
 
   img::bitmap<img::bit1> mask_;
   std::unique_ptr<Segmentation> segments_;
-  // Kept across reference frames, so that its portion coefficient carries
-  // over; `has_refiner_` says whether it is in use at this one.
+  // Kept across the reference frames of one direction, so that its portion
+  // coefficient carries over; `has_refiner_` says whether it is in use at
+  // this one. Each direction starts from its own, which is what lets them
+  // run side by side and a resumed run repeat an uninterrupted one.
   OpticFlow optic_flow_;
   bool has_refiner_ = false;
   TieBreaker random_;
 };
 
-// Tracks direction 0, then, unless interrupted, direction 1, resuming after
-// `data_span` (the frames that already have results). A singular mask ends
-// its direction and is reported to the host; any other error (a frame that
-// cannot be read) leaves the run.
+// Tracks direction 0 and, unless interrupted, direction 1 (one after the
+// other or together, by `run.threads`), resuming after `data_span` (the
+// frames that already have results). A singular mask ends its direction and
+// is reported to the host. Any other error (a frame that cannot be read)
+// ends its direction too; the other one still runs to its end, and then the
+// error (the backward direction's first) leaves the run.
 void TrackSegment(const TrackingRun& run, My::Span data_span);
 
 // Times stages in a timing tree (the segment's, on the worker thread).

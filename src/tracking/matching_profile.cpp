@@ -157,7 +157,10 @@ template <unsigned Metric, bool MeanColour>
         vr = src[4 * x + 2];
       }
       const int64_t bx = int64_t(g.shift_x) - q + x;
-      if (bx < 0 || bx >= h) continue;  // the height, not the width: kept as it always was
+      // Columns are compared with the width. (A correction: they were once
+      // compared with the height, which left every block right of x = height
+      // of a landscape frame out of the matching.)
+      if (bx < 0 || bx >= w) continue;
       const int32_t i0 = int32_t(std::max<int64_t>(0, q - x));
       const int32_t i1 = int32_t(std::min<int64_t>(size, w - (x - q)));
       const int32_t n = i1 - i0;
@@ -291,9 +294,9 @@ bool ByteRoute(Segmentation& seg,
   }
   row_lo = std::max<int64_t>(row_lo, 0);
   row_hi = std::min<int64_t>(row_hi, h - 1);
-  // A window row starts at a column below the height and is 2q+1 long.
+  // A window row starts at a column below the width and is 2q+1 long.
   col_lo = std::max<int64_t>(col_lo, 0);
-  col_hi = std::min<int64_t>(col_hi, h - 1 + 2 * int64_t(q));
+  col_hi = std::min<int64_t>(col_hi, int64_t(seg.width) - 1 + 2 * int64_t(q));
   if (col_hi < col_lo) row_hi = row_lo - 1;  // nothing in reach
   // Kept by the calling thread, so that a frame does not clear and fault in
   // new pages. The helper thread must reach it through `window`: naming the
@@ -346,9 +349,9 @@ void RawDouble(Segmentation& seg,
   }
   row_lo = std::max<int64_t>(row_lo, 0);
   row_hi = std::min<int64_t>(row_hi, su.h - 1);
-  // A window row starts at column bx < height and is at most 2Q+1 long.
+  // A window row starts at column bx < width and is at most 2Q+1 long.
   const Planes planes(second, row_lo * su.w,
-                      row_hi < row_lo ? row_lo * su.w : row_hi * su.w + su.h + 2 * radius + kLanes);
+                      row_hi < row_lo ? row_lo * su.w : row_hi * su.w + su.w + 2 * radius + kLanes);
 
   for (GridSegment& g : seg.segments) {
     if (active_only && !g.active) continue;

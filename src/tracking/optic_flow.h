@@ -81,6 +81,14 @@ class OpticFlow {
   const types::affine& transformation() const { return state_.transformation; }
   const types::affine& amendment() const { return state_.amendment; }
   double discrepancy() const { return state_.discrepancy; }
+  // The primary solver's portion coefficient (1 without one), and the share
+  // of samples its last measure ignored (0 without one). Setting the
+  // coefficient back lets a caller try a candidate and undo its measure.
+  float portion() const { return solver_ ? solver_->portion() : 1.0f; }
+  void set_portion(float coefficient) {
+    if (solver_) solver_->set_portion(coefficient);
+  }
+  double ignored_share() const { return solver_ ? solver_->ignored_share() : 0.0; }
 
   std::span<const FlowSample> samples() const { return samples_; }
   // The primary solver; null before initialising and for a model without one.

@@ -61,6 +61,7 @@ void OpticFlowSolver::set_normals(size_t index,
 
 void OpticFlowSolver::update_portion(size_t ignored, size_t samples) {
   const double ratio = double(ignored) / double(samples);
+  ignored_share_ = ratio;
   if (log_) {
     const auto precision = log_->precision(3);
     *log_ << "(ignored pixels " << ignored << " / " << samples << ", " << 100 * ratio << "%";

@@ -84,6 +84,8 @@ class OpticFlowSolver {
   // displacement in pixels. Starts at 1.0, then stays a power of 2 >= 1.
   virtual void set_portion(float coefficient) { portion_ = coefficient; }
   virtual float portion() const { return portion_; }
+  // The share of samples the last residual ignored, 0 to 1.
+  double ignored_share() const { return ignored_share_; }
 
   const types::affine& amendment() const { return amendment_; }
   // The right side of the normal equations that the last residual left, one
@@ -98,6 +100,7 @@ class OpticFlowSolver {
   void log_amendment() const;
 
   float portion_ = 1.0f;
+  double ignored_share_ = 0;
   types::affine amendment_;
   std::vector<FlowNormal> normals_;
   std::ostream* log_;

@@ -465,7 +465,7 @@ inline void ScanSegment(const ByteScan& job, size_t s, Scratch& sc) {
   for (uint32_t k = job.start[s]; k < job.start[s + 1]; ++k) {
     const ReferencePixel& p = job.pixels[k];
     const int64_t bx = int64_t(g.shift_x) - q + p.x;
-    if (bx < 0 || bx >= h) continue;  // the height, not the width, as the tracker always did
+    if (bx < 0 || bx >= w) continue;  // the width: see the double scan
     const int32_t i0 = int32_t(std::max<int64_t>(0, q - p.x));
     const int32_t i1 = int32_t(std::min<int64_t>(size, w - (p.x - q)));
     if (i1 <= i0) continue;

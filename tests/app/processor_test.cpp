@@ -201,7 +201,8 @@ TEST(Processor, AFailedRunIsReportedAndTheNextSegmentStillRuns) {
 
   EXPECT_EQ(f.Notices(), (std::vector<std::string>{"could not read 2"}));
   EXPECT_EQ(f.dialogs.questions()[0].icon, app::Icon::Warning);
-  EXPECT_EQ(failing.GetDataSpan(), (My::Span{3, 4})) << "frame 3 was done before the failure";
+  EXPECT_EQ(failing.GetDataSpan(), (My::Span{3, 6}))
+      << "frame 3 was done before the failure, and the forward direction still ran";
   EXPECT_NE(failing.GetStatus(), 0) << "a failed run posts no idle status";
   EXPECT_EQ(next.GetDataSpan(), (My::Span{7, 10}));
   EXPECT_EQ(next.GetStatus(), 0);

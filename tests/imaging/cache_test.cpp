@@ -65,6 +65,22 @@ TEST(Cache, EvictionTakesTheBackEndFirst) {
   }
 }
 
+// A frame streaming through a full cache decodes into the pixels of the one
+// it pushed out, and still holds its own picture.
+TEST(Cache, NextDecodeReusesAnEvictedPicture) {
+  FakeFiles files;
+  Cache cache(files.loader(), kFrame);
+  CacheEntry* a = cache.acquire_file("a", true);
+  const uint8_t* pixels = a->image.data;
+  cache.release(a);
+  cache.release(cache.acquire_file("b", true));  // evicts "a"
+  CacheEntry* c = cache.acquire_file("c", true);
+  EXPECT_EQ(c->image.data, pixels);
+  EXPECT_TRUE(FakeFiles::Holds(c, "c"));
+  cache.release(c);
+  EXPECT_EQ(cache.free_bytes(), 0);
+}
+
 TEST(Cache, PurgeKeepsOnlyWhatIsHeld) {
   FakeFiles files;
   Cache cache(files.loader(), 10 * kFrame);

@@ -14,6 +14,7 @@
 
 #include "base/errors.h"
 #include "imaging/cache.h"
+#include "imaging/io_types.h"
 #include "testing/tracking_shot.h"
 #include "tracking/key_frame.h"
 
@@ -47,7 +48,8 @@ struct Recorder : tracking::TrackingHost {
 // A shot served by name through a cache, as the worker sees its footage.
 struct Footage {
   TrackingShot shot;
-  int32_t misfit_frame = -1;  // rendered one pixel wider than the others
+  int32_t misfit_frame = -1;      // rendered one pixel wider than the others
+  int32_t unreadable_frame = -1;  // its decoder fails
   std::vector<std::string> names;
   img::Cache cache;
   img::bitmap<img::bit1> mask;
@@ -62,6 +64,7 @@ struct Footage {
 
   void Load(const std::string& name, img::image& out) const {
     const int32_t frame = std::stoi(name);
+    if (frame == unreadable_frame) throw img::io_error("image file format not recognised");
     TrackingShot s = shot;
     if (frame == misfit_frame) ++s.width;
     s.render(frame, out);
@@ -253,6 +256,27 @@ TEST(FrameLoop, FastMotionIsBeyondRefinementAlone) {
   ASSERT_EQ(host.data.DataSpan(6), (My::Span{6, 8}));
   double mean;
   EXPECT_GT(footage.shot.corner_error(host.data.At(7, 6), 7, mean), 5.0);
+}
+
+// Faster than the default search radius next to the key frame (about 16
+// pixels at the first step each way): a block matching that matched
+// nothing searches again in a wider window.
+TEST(FrameLoop, MotionBeyondTheRadiusNextToTheKeyFrameIsFound) {
+  for (const TransformClass model : {Translation, Affine}) {
+    SCOPED_TRACE(int(model));
+    TrackingShot shot = ShotFor(model, Footage_::FastMotion);
+    shot.plate.shift_x = 22;
+    Footage footage(shot);
+    Recorder host;
+    VLSegmentParams params;
+    params.MotionModel = model;
+    tracking::TrackSegment(footage.Run(host, params, {5, 8}), {6, 6});
+    ASSERT_EQ(host.data.DataSpan(6), (My::Span{5, 8}));
+    for (const int32_t f : {5, 7}) {
+      double mean;
+      EXPECT_LT(footage.shot.corner_error(host.data.At(f, 6), f, mean), 0.3) << "frame " << f;
+    }
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shots,
@@ -466,13 +490,69 @@ INSTANTIATE_TEST_SUITE_P(Shots, FrameLoopSpan, ::testing::ValuesIn(kSpans), [](c
   return std::string(info.param.name);
 });
 
+// --- Both directions at once ---------------------------------------------------
+
+// Two threads give what one gives, bit for bit, down to the log and the
+// table: each direction has its own reference frame and refiner.
+TEST(FrameLoop, BothDirectionsAtOnceRepeatOneThread) {
+  struct Case {
+    TransformClass model;
+    MotionEstimation method;
+    unsigned pitch;
+  };
+  for (const Case& c :
+       {Case{Affine, Normal, 3}, Case{Rigid, Intensive, 7}, Case{Translation, Fast, 2}}) {
+    SCOPED_TRACE(testing::Message() << int(c.model) << " " << int(c.method));
+    Footage footage(ShotFor(c.model, Footage_::Clean));
+    VLSegmentParams params;
+    params.MotionModel = c.model;
+    params.MotionEstimation = c.method;
+    params.MaskGenerationPitch = c.pitch;
+    Recorder one, two;
+    std::ostringstream log[2], table[2];
+    for (int threads : {1, 2}) {
+      tracking::TrackingRun run = footage.Run(threads == 1 ? one : two, params);
+      run.threads = threads;
+      run.log = &log[threads - 1];
+      run.table = &table[threads - 1];
+      tracking::TrackSegment(run, {6, 6});
+    }
+    EXPECT_EQ(two.data.DataSpan(6), (My::Span{0, 13}));
+    EXPECT_TRUE(two.data == one.data);
+    EXPECT_EQ(log[1].str(), log[0].str());
+    EXPECT_EQ(table[1].str(), table[0].str());
+  }
+}
+
 // --- Bad footage -------------------------------------------------------------
 
-// A frame of another size ends the run with an error naming its file; what
-// was tracked before it stays.
-TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
+// A frame of another size ends its direction with an error naming its file;
+// what was tracked stays, and the other direction still runs, on one thread
+// or two alike.
+TEST(FrameLoop, FrameOfAnotherSizeEndsItsDirectionNamingTheFile) {
   Footage footage(ShotFor(Translation, Footage_::Clean));
   footage.misfit_frame = 3;
+  VLSegmentParams params;
+  for (int threads : {1, 2}) {
+    Recorder host;
+    tracking::TrackingRun run = footage.Run(host, params);
+    run.threads = threads;
+    EXPECT_THAT(
+        [&] {
+          tracking::TrackSegment(run, {6, 6});
+        },
+        ::testing::ThrowsMessage<xtd::exception>(
+            ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
+    EXPECT_EQ(host.data.DataSpan(6), (My::Span{4, 13}));
+    EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+  }
+}
+
+// A frame the decoder refuses ends the run with the decoder's text and the
+// file's name.
+TEST(FrameLoop, UnreadableFrameEndsTheRunNamingTheFile) {
+  Footage footage(ShotFor(Translation, Footage_::Clean));
+  footage.unreadable_frame = 9;
   Recorder host;
   VLSegmentParams params;
   EXPECT_THAT(
@@ -480,9 +560,8 @@ TEST(FrameLoop, FrameOfAnotherSizeEndsTheRunNamingTheFile) {
         tracking::TrackSegment(footage.Run(host, params), {6, 6});
       },
       ::testing::ThrowsMessage<xtd::exception>(
-          ::testing::StrEq("Bad size of image 3 - 321x240, expected - 320x240")));
-  EXPECT_EQ(host.frames, (std::vector<int32_t>{5, 4}));
-  EXPECT_THAT(host.lost_at, ::testing::IsEmpty());
+          ::testing::StrEq("image file format not recognised: 9")));
+  EXPECT_EQ(host.data.DataSpan(6), (My::Span{0, 9}));
 }
 
 }  // namespace

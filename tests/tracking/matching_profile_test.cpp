@@ -44,7 +44,7 @@ void ReferenceRaw(Segmentation& seg,
       double v[3] = {src[0], src[1], src[2]};
       if (p.colour_source) v[0] = g.mean[2], v[1] = g.mean[1], v[2] = g.mean[0];
       const int64_t bx = g.shift_x - q + x;
-      if (bx < 0 || bx >= h) continue;
+      if (bx < 0 || bx >= w) continue;
       const int64_t i0 = std::max<int64_t>(0, q - x), i1 = std::min<int64_t>(size, w - (x - q));
       for (int64_t j = 0; j < size; ++j) {
         const int64_t row = g.shift_y - q + y + j;
