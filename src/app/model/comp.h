@@ -19,8 +19,8 @@
 #include "app/model/interfaces.h"
 #include "app/model/jobs.h"
 #include "app/model/overlay.h"
-#include "app/model/properties_access.h"
 #include "app/model/segment.h"
+#include "app/model/settings.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
 #include "base/pixel_aspect.h"
@@ -38,7 +38,7 @@ struct PanelState {
   std::string Title() const;
 };
 
-class VLCompInterface : public VL::Composition, public app::CompositionAccess {
+class VLCompInterface : public VL::Composition, public app::SettingsObject<VLComp> {
  public:
   explicit VLCompInterface(VLComp& comp) : comp_(comp) {}
 
@@ -69,16 +69,9 @@ class VLCompInterface : public VL::Composition, public app::CompositionAccess {
   void MoveActiveSegment(int32_t index) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
 
-  uint32_t GetFramerate() const override;
-  void SetFramerate(uint32_t framerate) override;  // "Change Framerate"
-  PixelAspectRatio GetPixelAspect() const override;
-  void SetPixelAspect(const PixelAspectRatio& aspect) override;  // "Change Pixel Aspect Ratio"
-  float GetExportInaccuracy() const override;
-  void SetExportInaccuracy(float inaccuracy) override;  // "Change Export Inaccuracy"
-  TaskType GetTask() const override;
-  void SetTask(TaskType task) override;  // "Change Task"
-  ExportModel GetExportModel() const override;
-  void SetExportModel(ExportModel model) override;  // "Change Export Model"
+  VLComp& SettingsOwner() override { return comp_; }
+  const VLComp& SettingsOwner() const override { return comp_; }
+  VLActionQueue& SettingsQueue() override;
 
   VL::Listener* GetListener() const { return listener_; }
 
@@ -96,6 +89,8 @@ struct VLCompSettings {
   ExportModel exportModel = ExportModel::Auto;
   int32_t startFrame = 0;  // the number shown for frame 0
   My::Span workArea;
+  // Field by field; floats compare by value.
+  friend bool operator==(const VLCompSettings&, const VLCompSettings&) = default;
 };
 
 // What the composition calls on the program around it; each may be empty.
@@ -147,15 +142,9 @@ class VLComp {
   ExportModel GetExportModel() const { return settings_.exportModel; }
   int32_t GetStartFrame() const { return settings_.startFrame; }
   My::Span GetWorkArea() const { return settings_.workArea; }
-  // Direct setters of the undo actions: they compare, and a value equal to
-  // the stored one changes nothing and fires nothing.
-  void SetFramerateDirect(uint32_t framerate);  // at least 1
-  void SetPixelAspectDirect(PixelAspectRatio aspect);
-  void SetExportInaccuracyDirect(float inaccuracy);
-  void SetTaskDirect(TaskType task);
-  void SetExportModelDirect(ExportModel model);
-  void SetStartFrameDirect(int32_t frame);
-  void SetWorkAreaDirect(My::Span area);  // clamped into 0..length, first <= last
+  // Stores the settings (setting_tables.cpp clamps them first); whom a
+  // change concerns hears of it, and equal settings change nothing.
+  void ApplySettings(const VLCompSettings& settings);
 
   int32_t GetCurrentTime() const { return currentTime_; }
   int32_t GetPreviewTime() const { return previewTime_; }

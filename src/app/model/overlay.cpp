@@ -4,75 +4,7 @@
 #include <stdexcept>
 
 #include "app/model/comp.h"
-#include "app/model/overlay_actions.h"
 #include "imaging/image_list.h"
-
-// --- VLOverlayInterface ------------------------------------------------------
-
-namespace {
-template <class A, class... Args>
-void Push(VLComp& comp, Args&&... args) {
-  comp.GetActionQueue().Push(std::make_unique<A>(std::forward<Args>(args)...));
-}
-}  // namespace
-
-void VLOverlayInterface::Import(const std::vector<std::string>& paths) {
-  Push<OverlayImportAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition(), paths);
-}
-void VLOverlayInterface::Clear() {
-  Push<OverlayClearAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition());
-}
-bool VLOverlayInterface::IsEmpty() const {
-  return overlay_.IsEmpty();
-}
-bool VLOverlayInterface::IsStill() const {
-  return overlay_.IsStill();
-}
-bool VLOverlayInterface::IsActive() const {
-  return overlay_.GetComposition().IsOverlayActive();
-}
-int32_t VLOverlayInterface::GetSourceOffset() const {
-  return overlay_.GetSourceOffset();
-}
-void VLOverlayInterface::SetSourceOffset(int32_t offset) {
-  Push<OverlayOffsetAction>(overlay_.GetComposition(), overlay_, offset);
-}
-int32_t VLOverlayInterface::GetFrameCount() const {
-  return overlay_.GetFrameCount();
-}
-My::Span VLOverlayInterface::GetTrimming() const {
-  return overlay_.GetTrimming();
-}
-void VLOverlayInterface::SetTrimming(int32_t first, int32_t last) {
-  Push<OverlayTrimmingAction>(overlay_.GetComposition(), overlay_, My::Span{first, last});
-}
-My::Span VLOverlayInterface::GetTransformSpan() const {
-  return overlay_.GetTransformSpan();
-}
-int32_t VLOverlayInterface::GetMatch() const {
-  return overlay_.GetMatch();
-}
-void VLOverlayInterface::SetMatch(int32_t frame) {
-  Push<OverlayMatchAction>(overlay_.GetComposition(), overlay_, frame);
-}
-const types::affine& VLOverlayInterface::GetInitialTransform() const {
-  return overlay_.GetInitialTransform();
-}
-void VLOverlayInterface::SetInitialTransform(const types::affine& transform) {
-  Push<OverlayTransformAction>(overlay_.GetComposition(), overlay_, transform);
-}
-Alignment VLOverlayInterface::GetAlignment() const {
-  return overlay_.GetAlignment();
-}
-void VLOverlayInterface::SetAlignment(Alignment alignment) {
-  Push<OverlayAlignmentAction>(overlay_.GetComposition(), overlay_, alignment);
-}
-AlphaInterpretation VLOverlayInterface::GetAlpha() const {
-  return overlay_.GetAlpha();
-}
-void VLOverlayInterface::SetAlpha(AlphaInterpretation alpha) {
-  Push<OverlayAlphaAction>(overlay_.GetComposition(), overlay_, alpha);
-}
 
 // --- VLOverlay ---------------------------------------------------------------
 

@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "app/model/interfaces.h"
-#include "app/model/properties_access.h"
+#include "app/model/settings.h"
 
 class VLComp;
 class VLOverlay;
 
-class VLOverlayInterface : public VL::Overlay, public app::OverlayAccess {
+class VLOverlayInterface : public VL::Overlay, public app::SettingsObject<VLOverlay> {
  public:
   explicit VLOverlayInterface(VLOverlay& overlay) : overlay_(overlay) {}
 
@@ -40,6 +40,10 @@ class VLOverlayInterface : public VL::Overlay, public app::OverlayAccess {
   AlphaInterpretation GetAlpha() const override;
   void SetAlpha(AlphaInterpretation alpha) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
+
+  VLOverlay& SettingsOwner() override { return overlay_; }
+  const VLOverlay& SettingsOwner() const override { return overlay_; }
+  VLActionQueue& SettingsQueue() override;
 
   VL::Listener* GetListener() const { return listener_; }
 
@@ -86,11 +90,10 @@ class VLOverlay {
   Alignment GetAlignment() const { return alignment_; }
   const types::affine& GetInitialTransform() const { return initialTransform_; }
 
-  // Direct setters of the undo actions; each compares first and does
-  // nothing for an unchanged value.
+  // The setters of the settings' table (setting_tables.cpp); each clamps,
+  // compares first and does nothing for an unchanged value.
   void SetSourceOffsetDirect(int32_t offset);  // not for a still image
   void SetTrimmingDirect(int32_t first, int32_t last);
-  void SetTrimmingSpan(My::Span span) { SetTrimmingDirect(span.first, span.last); }
   void SetMatchDirect(int32_t frame);
   void SetInitialTransformDirect(const types::affine& transform);  // clears the alignment
   void SetAlignmentDirect(Alignment alignment);

@@ -58,11 +58,4 @@ std::string SummaryText(const types::affine& a) {
   return text;
 }
 
-std::string PanelTitle(const EditableObject* shown) {
-  if (dynamic_cast<const SegmentAccess*>(shown) != nullptr) return "Segment Properties";
-  if (dynamic_cast<const OverlayAccess*>(shown) != nullptr) return "Overlay Properties";
-  if (dynamic_cast<const CompositionAccess*>(shown) != nullptr) return "Composition Properties";
-  return "Property Editor";
-}
-
 }  // namespace app
