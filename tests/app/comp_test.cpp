@@ -188,8 +188,8 @@ TEST(Composition, ProcessingInsideCountsOnlyFramesStillToCome) {
   VLSegment& top = f.AddSegment(25, {20, 31}, 1.0);
   top.ReplaceData(std::make_shared<VLSegmentData>());
   EXPECT_FALSE(f.comp.IsProcessingInside(0, 40));
-  top.SetStatus(1);
-  low.SetStatus(1);
+  top.SetStatus(SegmentStatus::Queued);
+  low.SetStatus(SegmentStatus::Queued);
   EXPECT_FALSE(f.comp.IsProcessingInside(0, 20));  // low has all its frames
   EXPECT_TRUE(f.comp.IsProcessingInside(30, 35));
   EXPECT_FALSE(f.comp.IsProcessingInside(31, 40));

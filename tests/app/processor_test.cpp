@@ -98,7 +98,7 @@ struct StatusLog : VL::Listener {
   VLSegment& segment;
   std::vector<int32_t> statuses;
   explicit StatusLog(VLSegment& s) : segment(s) { s.GetInterface().SetListener(this); }
-  void OnStateChanged() override { statuses.push_back(segment.GetStatus()); }
+  void OnStateChanged() override { statuses.push_back(int32_t(segment.GetStatus())); }
 };
 
 TEST(Processor, TracksASegmentAndReportsThroughMessages) {
@@ -151,7 +151,7 @@ TEST(Processor, RefusesAnEmptyOrFullMaskWithAWarning) {
       for (uint32_t i = 0; i < mask.stride; ++i) mask.rows[y][i] = fill;
     segment.SetMaskDirect(mask);
     EXPECT_FALSE(segment.Process());
-    EXPECT_EQ(segment.GetStatus(), 0);
+    EXPECT_EQ(segment.GetStatus(), SegmentStatus::Idle);
   }
   ASSERT_EQ(f.dialogs.questions().size(), 2u);
   for (const auto& q : f.dialogs.questions()) {
@@ -168,14 +168,14 @@ TEST(Processor, CancelKeepsWhatWasComputedAndProcessResumes) {
   ASSERT_TRUE(second.Process());
   // Taking the queued one out makes it idle at once.
   f.processor.remove(second);
-  EXPECT_EQ(second.GetStatus(), 0);
+  EXPECT_EQ(second.GetStatus(), SegmentStatus::Idle);
 
   // Wait for a few frames, then cancel the running one and wait.
   ASSERT_TRUE(
       f.queue.pump_until([&] { return first.GetDataSpan().last - first.GetDataSpan().first >= 2; },
                          std::chrono::seconds(60)));
   first.Cancel();
-  EXPECT_EQ(first.GetStatus(), 0);
+  EXPECT_EQ(first.GetStatus(), SegmentStatus::Idle);
   EXPECT_FALSE(f.processor.any_running());
   const My::Span kept = first.GetDataSpan();
   EXPECT_GE(kept.last - kept.first, 2);
@@ -202,13 +202,13 @@ TEST(Processor, AFailedRunIsReportedAndTheNextSegmentStillRuns) {
   EXPECT_EQ(f.Notices(), (std::vector<std::string>{"could not read 2"}));
   EXPECT_EQ(f.dialogs.questions()[0].icon, app::Icon::Warning);
   EXPECT_EQ(failing.GetDataSpan(), (My::Span{3, 4})) << "frame 3 was done before the failure";
-  EXPECT_NE(failing.GetStatus(), 0) << "a failed run posts no idle status";
+  EXPECT_NE(failing.GetStatus(), SegmentStatus::Idle) << "a failed run posts no idle status";
   EXPECT_EQ(next.GetDataSpan(), (My::Span{7, 10}));
-  EXPECT_EQ(next.GetStatus(), 0);
+  EXPECT_EQ(next.GetStatus(), SegmentStatus::Idle);
 
   // Cancel recovers the stuck segment, and with the footage fixed it resumes.
   failing.Cancel();
-  EXPECT_EQ(failing.GetStatus(), 0);
+  EXPECT_EQ(failing.GetStatus(), SegmentStatus::Idle);
   f.broken_frame = -1;
   ASSERT_TRUE(failing.Process());
   f.Finish();

@@ -103,11 +103,11 @@ TEST(Segment, MaskChangeDropsResultsAndUndoRestoresTheSameBlock) {
 
   // The same mask again, or any change while processing, is no step.
   s.GetInterface().SetMask(mask);
-  s.SetStatus(1);
+  s.SetStatus(SegmentStatus::Queued);
   VLSegmentParams p = s.GetParams();
   p.ImageBlockSize = 12;
   s.GetInterface().SetParams(p);
-  s.SetStatus(0);
+  s.SetStatus(SegmentStatus::Idle);
   s.GetInterface().SetParams(s.GetParams());
   EXPECT_EQ(q.GetSize(), steps + 1);
   s.GetInterface().SetParams(p);

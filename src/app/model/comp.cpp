@@ -38,6 +38,59 @@ void VLComp::Fire(void (VL::Listener::*event)()) {
   if (VL::Listener* l = interface_.GetListener()) (l->*event)();
 }
 
+// --- reports of the segments and the overlay ----------------------------------
+
+void VLComp::SegmentEventsListener::OnObjectChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnDataChanged() {
+  comp_.RebuildTopPath();
+}
+void VLComp::SegmentEventsListener::OnStateChanged() {
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnLookChanged() {
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnMaskChanged() {
+  comp_.RefreshView();
+}
+void VLComp::SegmentEventsListener::OnResultsAdded() {
+  comp_.actionQueue_.CountModification();
+  comp_.RefreshView();
+}
+
+void VLComp::OverlayEventsListener::OnObjectChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+void VLComp::OverlayEventsListener::OnDataChanged() {
+  // Cleared: an empty overlay is never the active object.
+  if (comp_.overlayActive_ && comp_.overlay_.IsEmpty()) {
+    comp_.overlayActive_ = false;
+    comp_.Fire(&VL::Listener::OnOverlayActiveChanged);
+    comp_.ShowInPanel(PanelObject::Composition);
+  }
+  comp_.RefreshView();
+}
+void VLComp::OverlayEventsListener::OnStateChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshPanel();
+}
+void VLComp::OverlayEventsListener::OnTrimChanged() {
+  OnStateChanged();
+}
+void VLComp::OverlayEventsListener::OnPreviewTimeChanged() {
+  OnStateChanged();
+}
+void VLComp::OverlayEventsListener::OnLookChanged() {
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+
 void VLComp::ShowInPanel(PanelObject object, int32_t segment) {
   panel_.object = object;
   panel_.segment = object == PanelObject::Segment ? segment : -1;
@@ -111,6 +164,11 @@ std::string VLComp::GetCurrentTimeText() const {
 }
 
 // --- segments and the active object ------------------------------------------
+
+bool VLComp::IsActive(const VLSegment& segment) const {
+  return activeSegment_ >= 0 && activeSegment_ < GetSegmentCount() &&
+         segments_[size_t(activeSegment_)].get() == &segment;
+}
 
 int32_t VLComp::IndexOf(const VLSegment* segment) const {
   for (size_t i = 0; i < segments_.size(); ++i)

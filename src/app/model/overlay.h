@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/model/host.h"
 #include "app/model/interfaces.h"
 #include "app/model/settings.h"
 
@@ -68,12 +69,12 @@ class VLOverlay {
     types::affine initialTransform;
   };
 
-  explicit VLOverlay(VLComp& composition);
+  explicit VLOverlay(VLHost& host);
   VLOverlay(const VLOverlay&) = delete;
   VLOverlay& operator=(const VLOverlay&) = delete;
 
   VLOverlayInterface& GetInterface() { return interface_; }
-  VLComp& GetComposition() const { return composition_; }
+  VLComp& GetComposition() const { return host_.Composition(); }
 
   bool IsEmpty() const { return paths_.empty(); }
   bool IsStill() const { return paths_.size() == 1; }
@@ -127,9 +128,11 @@ class VLOverlay {
   Stored GetStored() const;
 
  private:
+  // Tells the overlay's own listener, then the composition.
+  void Report(void (VL::Listener::*event)());
   void Fire(void (VL::Listener::*event)());
 
-  VLComp& composition_;
+  VLHost& host_;
   VLOverlayInterface interface_;
   int32_t sourceOffset_ = 0;
   My::Span trimming_;

@@ -34,7 +34,7 @@ void AddTiming(timing::node& into, const timing::node& from) {
 class SegmentStatusMessage : public VLMessage {
  public:
   SegmentStatusMessage(VLSegment& segment,
-                       int32_t status,
+                       SegmentStatus status,
                        std::shared_ptr<timing::tree> times = nullptr)
       : segment_(segment), status_(status), times_(std::move(times)) {}
   void Execute() override {
@@ -48,7 +48,7 @@ class SegmentStatusMessage : public VLMessage {
 
  private:
   VLSegment& segment_;
-  int32_t status_;
+  SegmentStatus status_;
   std::shared_ptr<timing::tree> times_;
 };
 
@@ -95,11 +95,6 @@ class Host : public tracking::TrackingHost {
   const ProcessorPorts& ports_;
 };
 
-bool Covered(const VLSegment& segment) {
-  const My::Span time = segment.GetTimeSpan(), data = segment.GetDataSpan();
-  return time.first >= data.first && time.last <= data.last;
-}
-
 }  // namespace
 
 std::string ObjectLostText(int32_t frame, int32_t start_frame) {
@@ -133,7 +128,7 @@ bool Processor::any_running() const {
 
 bool Processor::enqueue(VLSegment& segment) {
   // The mask was tested by the segment, which asks to be queued.
-  if (Covered(segment) || segment.GetStatus() != kSegmentIdle) return false;
+  if (segment.IsCovered() || segment.GetStatus() != kSegmentIdle) return false;
   segment.SetStatus(kSegmentQueued);
   Enqueue([&](std::deque<VLSegment*>& queue) { queue.push_back(&segment); });
   return true;

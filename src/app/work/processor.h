@@ -22,6 +22,7 @@
 #include <string>
 
 #include "app/model/jobs.h"
+#include "app/model/segment.h"
 #include "app/ports.h"
 #include "base/work_thread.h"
 
@@ -42,13 +43,11 @@ struct ProcessorPorts {
   std::function<void()> pump;
 };
 
-// A segment's tracking state, its `status`.
-enum SegmentStatus : int32_t {
-  kSegmentIdle = 0,
-  kSegmentQueued = 1,
-  kSegmentForward = 2,
-  kSegmentBackward = 3,
-};
+// The names the worker's code uses for a segment's status.
+inline constexpr SegmentStatus kSegmentIdle = SegmentStatus::Idle;
+inline constexpr SegmentStatus kSegmentQueued = SegmentStatus::Queued;
+inline constexpr SegmentStatus kSegmentForward = SegmentStatus::Forward;
+inline constexpr SegmentStatus kSegmentBackward = SegmentStatus::Backward;
 
 class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
  public:
