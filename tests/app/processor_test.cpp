@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/message_queue.h"
@@ -42,9 +43,11 @@ struct Fixture {
   img::synthetic_shot shot = SmallShot();
   std::atomic<int> broken_frame{-1};  // the loader fails on this frame
   std::atomic<int> loads{0};
+  std::atomic<int> load_delay_ms{0};  // keeps a run in the worker's hands
   img::Cache cache{[this](const std::string& name, img::image& out) {
                      const int frame = std::stoi(name);
                      ++loads;
+                     std::this_thread::sleep_for(std::chrono::milliseconds(load_delay_ms.load()));
                      if (frame == broken_frame) throw std::runtime_error("could not read " + name);
                      shot.render(frame, out);
                    },
@@ -158,6 +161,29 @@ TEST(Processor, RefusesAnEmptyOrFullMaskWithAWarning) {
     EXPECT_EQ(q.text, "Segment mask is empty.");
     EXPECT_EQ(q.icon, app::Icon::Warning);
   }
+}
+
+// The window's Delete frees a segment right after taking it from the
+// worker: the worker and the messages of its run must be done with it by
+// then (the sanitizer builds see any access after the free).
+TEST(Processor, RemovedSegmentMayBeFreedAtOnceWhileItWasTracking) {
+  Fixture f;
+  f.load_delay_ms = 20;
+  VLSegment& doomed = f.AddSegment(4, {0, 12});
+  ASSERT_TRUE(doomed.Process());
+  ASSERT_TRUE(f.queue.pump_until([&] { return doomed.GetDataSpan().length() >= 2; },
+                                 std::chrono::seconds(60)));
+  EXPECT_TRUE(f.processor.in_hand(doomed));
+  f.processor.remove(doomed);
+  EXPECT_FALSE(f.processor.in_hand(doomed));
+  EXPECT_EQ(doomed.GetStatus(), SegmentStatus::Idle);
+  f.comp.RemoveSegment(f.comp.IndexOf(&doomed)).reset();
+
+  f.load_delay_ms = 0;
+  VLSegment& next = f.AddSegment(6, {5, 8});
+  ASSERT_TRUE(next.Process());
+  f.Finish();
+  EXPECT_EQ(next.GetDataSpan(), (My::Span{5, 8}));
 }
 
 TEST(Processor, CancelKeepsWhatWasComputedAndProcessResumes) {

@@ -217,11 +217,12 @@ bool VLSegment::Process() {
 void VLSegment::Cancel() {
   if (!host_) return;
   app::Jobs& jobs = host_->GetJobs();
+  std::unique_ptr<app::Progress> wait;
+  if (jobs.in_hand(*this))
+    if (app::UserDialogs* dialogs = host_->GetDialogs())
+      wait = dialogs->begin_progress("Stopping calculation of segment...");
   jobs.remove(*this);
   if (!IsProcessing()) return;
-  std::unique_ptr<app::Progress> wait;
-  if (app::UserDialogs* dialogs = host_->GetDialogs())
-    wait = dialogs->begin_progress("Stopping calculation of segment...");
   jobs.wait_until([this] { return !IsProcessing(); });
   // A run that ended on an error posts no status: once the worker is idle,
   // nothing is left that could, and the segment is idle too.

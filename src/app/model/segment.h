@@ -135,7 +135,8 @@ class VLSegment {
   // Stops the segment's tracking and waits, running the owning thread's
   // messages, until it is idle. What was computed stays.
   void Cancel();
-  // Stops the segment's tracking without waiting (the Cancel command).
+  // Stops the segment's tracking without a progress window (the Cancel
+  // command); the worker has let go of it when this returns.
   void CancelNoWait();
 
   // Installs another results block (owning thread, status 0 only).

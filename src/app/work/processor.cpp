@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <thread>
 #include <utility>
 
 #include "app/messages.h"
@@ -141,9 +142,27 @@ void Processor::remove(VLSegment& segment) {
     segment.SetStatus(kSegmentIdle);
     queue_.erase(it);
   }
-  // The item in hand may be a finished one; the flag is cleared when the
-  // next item is taken, so a stray request costs nothing.
-  if (item_ == &segment) Interrupt();
+  if (item_ != &segment) return;
+  Interrupt();
+  // The frame loop checks the request between frames; until it returns, the
+  // segment must stay alive.
+  released_.wait(lock, [&] { return item_ != &segment; });
+  // Then it goes on, to the next segment or to idle; a cancel returns with
+  // the worker past the run.
+  while (item_ == nullptr && !idle_event_.wait_for(std::chrono::nanoseconds(0))) {
+    lock.unlock();
+    std::this_thread::yield();
+    lock.lock();
+  }
+  lock.unlock();
+  // The run's last messages still refer to the segment, which the caller
+  // may be about to delete: they run now.
+  if (ports_.pump) ports_.pump();
+}
+
+bool Processor::in_hand(const VLSegment& segment) const {
+  auto lock = Lock();
+  return item_ == &segment;
 }
 
 void Processor::cancel_all() {
@@ -180,6 +199,18 @@ void Processor::OnError(const char* text) {
 
 void Processor::Process(VLSegment*& item) {
   VLSegment& segment = *item;
+  // However the run ends, the worker lets go of the segment, and remove()
+  // may be waiting for that.
+  struct Release {
+    Processor& processor;
+    ~Release() {
+      {
+        auto lock = processor.Lock();
+        processor.item_ = nullptr;
+      }
+      processor.released_.notify_all();
+    }
+  } release{*this};
   const VLComp& comp = *segment.GetComposition();
 
   const std::string dir = DebugDirectory();

@@ -16,6 +16,7 @@
 //   segment.Process();  // queued; results arrive as messages
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -58,6 +59,7 @@ class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
   bool any_running() const override;
   bool enqueue(VLSegment& segment) override;
   void remove(VLSegment& segment) override;
+  bool in_hand(const VLSegment& segment) const override;
   void cancel_all() override;
   void cancel_all_and_wait() override;
   void wait_until(const std::function<bool()>& done) override;
@@ -74,6 +76,8 @@ class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
 
  private:
   ProcessorPorts ports_;
+  // Signalled, under the lock, when a run lets go of its segment.
+  std::condition_variable released_;
 };
 
 // The message a frame loop that lost its object leaves to the user.
