@@ -182,6 +182,20 @@ TEST(Composition, ActiveSegmentFollowsItsSegmentThroughListChanges) {
   EXPECT_FALSE(f.comp.GetSegmentObject(0).IsSelected());
 }
 
+TEST(Composition, ActivatingASegmentDeactivatesTheOverlay) {
+  CompFixture f(10);
+  f.AddSegment(2, {0, 10}, 1.0);
+  f.comp.GetOverlay().GetInterface().Import({app_testing::WriteImage(f.dir, "o.bmp", 4, 4, true)});
+  f.comp.SetOverlayActive(true);
+  ASSERT_TRUE(f.comp.IsOverlayActive());
+  EXPECT_EQ(f.comp.GetActiveSegment(), -1);
+  f.comp.SetActiveSegment(0);
+  EXPECT_FALSE(f.comp.IsOverlayActive());
+  EXPECT_EQ(f.comp.GetPanel().object, PanelObject::Segment);
+  f.comp.SetOverlayActive(true);  // and the other way round
+  EXPECT_EQ(f.comp.GetActiveSegment(), -1);
+}
+
 TEST(Composition, ProcessingInsideCountsOnlyFramesStillToCome) {
   CompFixture f(40);
   VLSegment& low = f.AddSegment(10, {5, 16}, 1.0);  // results over its whole span
