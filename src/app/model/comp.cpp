@@ -55,6 +55,7 @@ void VLComp::SegmentEventsListener::OnLookChanged() {
   comp_.RefreshPanel();
 }
 void VLComp::SegmentEventsListener::OnMaskChanged() {
+  if (comp_.hooks.maskChanged && comp_.reporting_) comp_.hooks.maskChanged(*comp_.reporting_);
   comp_.RefreshView();
 }
 void VLComp::SegmentEventsListener::OnResultsAdded() {

@@ -98,7 +98,8 @@ struct VLCompSettings {
 struct VLCompHooks {
   std::function<void()> updateTitle;
   std::function<void(bool)> enablePopupMenus;
-  std::function<void()> purgeCache;  // empty: the process-wide frame cache
+  std::function<void()> purgeCache;             // empty: the process-wide frame cache
+  std::function<void(VLSegment&)> maskChanged;  // the view and the mask editor reload
 };
 
 class VLComp : public VLHost {
@@ -145,6 +146,9 @@ class VLComp : public VLHost {
   // Stores the settings (setting_tables.cpp clamps them first); whom a
   // change concerns hears of it, and equal settings change nothing.
   void ApplySettings(const VLCompSettings& settings);
+  // The work area's row of the settings table, by its older name: clamped
+  // into 0..length, first <= last; no undo step.
+  void SetWorkAreaDirect(My::Span area);
 
   int32_t GetCurrentTime() const override { return currentTime_; }
   int32_t GetPreviewTime() const { return previewTime_; }
@@ -229,7 +233,10 @@ class VLComp : public VLHost {
   VLComp& Composition() override { return *this; }
   Alignment GetDefaultAlignment() const override { return defaultAlignment; }
   AlphaInterpretation GetDefaultAlpha() const override { return defaultAlpha; }
-  VL::Listener& SegmentEvents() override { return segmentEvents_; }
+  VL::Listener& SegmentEvents(VLSegment& source) override {
+    reporting_ = &source;
+    return segmentEvents_;
+  }
   VL::Listener& OverlayEvents() override { return overlayEvents_; }
 
  private:
@@ -264,6 +271,7 @@ class VLComp : public VLHost {
   bool Continuous(int32_t frame) const;
 
   SegmentEventsListener segmentEvents_{*this};
+  VLSegment* reporting_ = nullptr;  // the segment whose report is being heard
   OverlayEventsListener overlayEvents_{*this};
   VLCompInterface interface_;
   VLCompSettings settings_;

@@ -90,6 +90,10 @@ void VLCompInterface::DeleteActiveSegment() {
 void VLCompInterface::MoveActiveSegment(int32_t index) {
   Push<MoveSegmentAction>(comp_, index);
 }
+void VLComp::SetWorkAreaDirect(My::Span area) {
+  app::AssignSetting(*this, "work_area", area);
+}
+
 VLActionQueue& VLCompInterface::SettingsQueue() {
   return comp_.GetActionQueue();
 }

@@ -49,7 +49,9 @@ class VLHost {
   // Where segments and the overlay report: OnObjectChanged (time span,
   // placement), OnDataChanged (results, frames), OnStateChanged (status,
   // offset), OnTrimChanged, OnPreviewTimeChanged (match frame), OnLookChanged
-  // (what only the picture shows), OnResultsAdded (a tracked frame arrived).
-  virtual VL::Listener& SegmentEvents() = 0;
+  // (what only the picture shows), OnMaskChanged, OnResultsAdded (a tracked
+  // frame arrived). A segment names itself, and the event that follows is
+  // its own.
+  virtual VL::Listener& SegmentEvents(VLSegment& source) = 0;
   virtual VL::Listener& OverlayEvents() = 0;
 };

@@ -20,7 +20,7 @@ class SegmentDataSpanMessage : public app::VLMessage {
       : segment_(segment), span_(span), frame_(frame) {}
   void Execute() override {
     segment_.SetDataSpan(span_.first, span_.last);
-    segment_.ReportResultsAdded();
+    segment_.ReportResultsAdded(frame_);
   }
   int32_t frame() const { return frame_; }
 
@@ -107,10 +107,11 @@ bool VLSegment::IsCovered() const {
 
 void VLSegment::Report(void (VL::Listener::*event)()) {
   if (VL::Listener* l = interface_.GetListener()) (l->*event)();
-  if (host_) (host_->SegmentEvents().*event)();
+  if (host_) (host_->SegmentEvents(*this).*event)();
 }
 
-void VLSegment::ReportResultsAdded() {
+void VLSegment::ReportResultsAdded(int32_t frame) {
+  lastAdded_ = frame;
   Report(&VL::Listener::OnResultsAdded);
 }
 

@@ -121,8 +121,10 @@ class VLSegment {
   // worker's own `span` by one frame and posts the new span to the owning
   // thread, where the segment's data span follows. So the arrays may run
   // ahead of GetDataSpan(), never behind it.
-  // Owning thread: a result posted by AddTransform has arrived.
-  void ReportResultsAdded();
+  // Owning thread: the result for `frame`, posted by AddTransform, has
+  // arrived; listeners hearing OnResultsAdded find the frame here.
+  void ReportResultsAdded(int32_t frame);
+  int32_t GetLastAddedFrame() const { return lastAdded_; }
   void AddTransform(bool forward,
                     My::Span& span,
                     const types::affine& transform,
@@ -165,6 +167,7 @@ class VLSegment {
   My::Span dataSpan_;  // written under the lock, so GetTransform may read it anywhere
   bool selected_ = false;
   SegmentStatus status_ = SegmentStatus::Idle;
+  int32_t lastAdded_ = -1;
   VLSegmentParams params_;
   VL::Mask mask_;
   VLSegmentDataPtr data_;  // exchanged under the lock
