@@ -134,11 +134,8 @@ bool MemoryProfileStore::contains(const std::string& section, const std::string&
   return s != sections_.end() && s->second.count(key) != 0;
 }
 
-FileProfileStore::FileProfileStore(std::filesystem::path path) : path_(std::move(path)) {
-  std::error_code missing;
-  if (!std::filesystem::exists(path_, missing) && !missing) return;  // nothing set yet
-  std::ifstream in(path_, std::ios::binary);
-  if (!in) throw SystemError(("reading settings file " + path_.string()).c_str());
+MemoryProfileStore::Sections ParseSettings(std::istream& in, const std::string& name) {
+  MemoryProfileStore::Sections sections;
   std::string line;
   std::string section;
   for (size_t number = 1; std::getline(in, line); ++number) {
@@ -152,12 +149,33 @@ FileProfileStore::FileProfileStore(std::filesystem::path path) : path_(std::move
     const size_t equals = line.find('=');
     const std::string key = equals == std::string::npos ? "" : Trim(line.substr(0, equals));
     if (key.empty() || section.empty())
-      throw std::runtime_error(
-          "Settings file " + path_.string() + ", line " + std::to_string(number) +
-          (section.empty() && !key.empty() ? ": a value before any [section]"
-                                           : ": expected [section] or key=value"));
-    sections_[section][key] = Unescape(Trim(line.substr(equals + 1)));
+      throw std::runtime_error("Settings file " + name + ", line " + std::to_string(number) +
+                               (section.empty() && !key.empty()
+                                    ? ": a value before any [section]"
+                                    : ": expected [section] or key=value"));
+    sections[section][key] = Unescape(Trim(line.substr(equals + 1)));
   }
+  return sections;
+}
+
+std::string SettingsText(const MemoryProfileStore::Sections& sections) {
+  std::ostringstream text;
+  bool first = true;
+  for (const auto& [section, keys] : sections) {
+    if (!first) text << '\n';
+    first = false;
+    text << '[' << section << "]\n";
+    for (const auto& [key, value] : keys) text << key << '=' << Escape(value) << '\n';
+  }
+  return text.str();
+}
+
+FileProfileStore::FileProfileStore(std::filesystem::path path) : path_(std::move(path)) {
+  std::error_code missing;
+  if (!std::filesystem::exists(path_, missing) && !missing) return;  // nothing set yet
+  std::ifstream in(path_, std::ios::binary);
+  if (!in) throw SystemError(("reading settings file " + path_.string()).c_str());
+  sections_ = ParseSettings(in, path_.string());
   if (in.bad()) throw SystemError(("reading settings file " + path_.string()).c_str());
 }
 
@@ -172,15 +190,7 @@ void FileProfileStore::set_string(const std::string& section,
 }
 
 void FileProfileStore::save() const {
-  std::ostringstream text;
-  bool first = true;
-  for (const auto& [section, keys] : sections_) {
-    if (!first) text << '\n';
-    first = false;
-    text << '[' << section << "]\n";
-    for (const auto& [key, value] : keys) text << key << '=' << Escape(value) << '\n';
-  }
-  const std::string bytes = text.str();
+  const std::string bytes = SettingsText(sections_);
 
   if (path_.has_parent_path()) {
     std::error_code error;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <istream>
 #include <map>
 #include <string>
 
@@ -73,5 +74,13 @@ class FileProfileStore : public MemoryProfileStore {
 
   std::filesystem::path path_;
 };
+
+// The sections of a settings file's text; `name` names the file in the
+// messages. Throws std::runtime_error as FileProfileStore's constructor does.
+MemoryProfileStore::Sections ParseSettings(std::istream& in, const std::string& name);
+
+// The text FileProfileStore writes: sections and keys in order, values
+// escaped.
+std::string SettingsText(const MemoryProfileStore::Sections& sections);
 
 }  // namespace app

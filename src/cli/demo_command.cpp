@@ -137,11 +137,11 @@ int RunDemo(const std::vector<std::string>& args) {
         const std::string project = (dir / "demo.vlp").string();
 
         NewProjectFromSequence(session, files.first_frame, 50);
-        SegmentSpec spec;
-        spec.key = shot.key_frame;
-        spec.span = My::Span{0, shot.frames};
-        spec.mask = files.mask;
-        const int32_t index = AddSegment(session, spec);
+        SegmentRequest request;
+        request.key = shot.key_frame;
+        request.span = My::Span{0, shot.frames};
+        request.mask = files.mask;
+        const int32_t index = AddSegment(session, request);
         session.app().ImportOverlayFile(overlay, true);
 
         std::printf("Tracking the plate from frame %d, backward to 0, then forward to %d\n",

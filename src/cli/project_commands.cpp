@@ -26,12 +26,12 @@ int32_t SegmentIndex(VLComp& comp, const std::string& text) {
 int RunSegmentAdd(const Options& options, bool json) {
   const auto& pos = options.positional();
   if (pos.size() != 2) throw UsageError("segment add needs PROJECT");
-  const SegmentSpec spec = ParseSegmentSpec(options);
+  const SegmentRequest request = ParseSegmentRequest(options);
   ProjectSession session(options.flag("--yes"));
   return session.Run(
       [&] {
         session.Open(pos[1]);
-        const int32_t index = AddSegment(session, spec);
+        const int32_t index = AddSegment(session, request);
         session.app().OnSave();
         if (json)
           std::printf("{\"segment\": %d}\n", index);

@@ -1,10 +1,12 @@
 // velomar-cli info on a project: every setting the file holds, as JSON or as
 // a readable summary. Frames are indices from 0, as the file holds them.
 #include <cstdio>
+#include <span>
 #include <sstream>
 #include <type_traits>
+#include <variant>
 
-#include "app/model/comp.h"
+#include "app/model/setting_tables.h"
 #include "cli/commands.h"
 #include "cli/json.h"
 #include "cli/project_session.h"
@@ -39,6 +41,44 @@ void Params(Json& j, const VLSegmentParams& params) {
   j.end_object();
 }
 
+// One value of a settings table as info --json gives it, and as set takes it back.
+void Value(Json& j, const app::SettingValue& value) {
+  std::visit(
+      [&](const auto& v) {
+        using T = std::decay_t<decltype(v)>;
+        if constexpr (std::is_same_v<T, int32_t> || std::is_same_v<T, uint32_t>)
+          j.value(v);
+        else if constexpr (std::is_same_v<T, float>)
+          j.value(double(v));
+        else if constexpr (std::is_same_v<T, Still>)
+          j.value(v.value);
+        else if constexpr (std::is_same_v<T, My::Span>)
+          Span(j, v);
+        else if constexpr (std::is_same_v<T, PixelAspectRatio>)
+          j.begin_array().value(v.num).value(v.den).end_array();
+        else if constexpr (std::is_same_v<T, types::affine>)
+          j.begin_array()
+              .value(v.xx)
+              .value(v.xy)
+              .value(v.yx)
+              .value(v.yy)
+              .value(v.x)
+              .value(v.y)
+              .end_array();
+        else
+          Word(j, FileWord(v));
+      },
+      value);
+}
+
+template <class Owner, class Row>
+void Settings(Json& j, const Owner& owner, std::span<const Row* const> rows) {
+  for (const Row* row : rows) {
+    j.key(row->names().key);
+    Value(j, row->Get(owner));
+  }
+}
+
 void PrintJson(VLComp& comp) {
   Json j;
   j.begin_object()
@@ -47,23 +87,9 @@ void PrintJson(VLComp& comp) {
       .key("width")
       .value(comp.GetWidth())
       .key("height")
-      .value(comp.GetHeight())
-      .key("framerate")
-      .value(comp.GetFramerate())
-      .key("pixel_aspect")
-      .begin_array()
-      .value(comp.GetPixelAspect().num)
-      .value(comp.GetPixelAspect().den)
-      .end_array()
-      .key("start_frame")
-      .value(comp.GetStartFrame())
-      .key("export_inaccuracy")
-      .value(double(comp.GetExportInaccuracy()))
-      .key("task");
-  Word(j, FileWord(comp.GetTask())).key("export_model");
-  Word(j, FileWord(comp.GetExportModel())).key("work_area");
-  Span(j, comp.GetWorkArea())
-      .key("current_time")
+      .value(comp.GetHeight());
+  Settings(j, comp, app::CompSettings());
+  j.key("current_time")
       .value(comp.GetCurrentTime())
       .key("preview_time")
       .value(comp.GetPreviewTime())
@@ -90,33 +116,9 @@ void PrintJson(VLComp& comp) {
         .end_object()
         .end_object();
   }
-  const VLOverlay& o = comp.GetOverlay();
-  const types::affine& t = o.GetInitialTransform();
-  j.end_array()
-      .key("overlay")
-      .begin_object()
-      .key("frames")
-      .value(o.IsEmpty() ? 0 : o.GetFrameCount())
-      .key("still")
-      .value(o.IsStill())
-      .key("source_offset")
-      .value(o.GetSourceOffset())
-      .key("trimming");
-  Span(j, o.GetTrimming()).key("match").value(o.GetMatch()).key("transform_span");
-  Span(j, o.GetTransformSpan()).key("alignment");
-  Word(j, FileWord(o.GetAlignment())).key("alpha");
-  Word(j, FileWord(o.GetAlpha()))
-      .key("initial_transform")
-      .begin_array()
-      .value(t.xx)
-      .value(t.xy)
-      .value(t.yx)
-      .value(t.yy)
-      .value(t.x)
-      .value(t.y)
-      .end_array()
-      .end_object()
-      .end_object();
+  j.end_array().key("overlay").begin_object();
+  Settings(j, comp.GetOverlay(), app::OverlaySettings());
+  j.end_object().end_object();
   std::printf("%s\n", j.str().c_str());
 }
 

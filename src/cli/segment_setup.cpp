@@ -28,28 +28,28 @@ int32_t FrameIndex(const VLComp& comp, int32_t index) {
   return index;
 }
 
-SegmentSpec ParseSegmentSpec(const Options& options) {
+SegmentRequest ParseSegmentRequest(const Options& options) {
   if (!options.has("--key") || !options.has("--mask"))
     throw UsageError("a segment needs --key FRAME and --mask MASK");
-  SegmentSpec spec;
-  spec.key = ParseFrameIndex(options.value("--key"), "--key");
-  spec.mask = options.value("--mask");
-  spec.params = options.values("--param");
+  SegmentRequest request;
+  request.key = ParseFrameIndex(options.value("--key"), "--key");
+  request.mask = options.value("--mask");
+  request.params = options.values("--param");
   if (options.has("--span")) {
     const std::string& span = options.value("--span");
     const auto colon = span.find(':');
     if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
     const My::Span s{ParseFrameIndex(span.substr(0, colon), "--span"),
                      ParseFrameIndex(span.substr(colon + 1), "--span")};
-    if (s.first > spec.key || s.last <= spec.key)
+    if (s.first > request.key || s.last <= request.key)
       throw UsageError(
           "--span FIRST:LAST must hold the key frame (LAST is one past the last frame)");
-    spec.span = s;
+    request.span = s;
   }
   // Malformed parameters fail before any file is touched.
   VLSegmentParams probe;
-  for (const auto& p : spec.params) ApplyParam(probe, p);
-  return spec;
+  for (const auto& p : request.params) ApplyParam(probe, p);
+  return request;
 }
 
 void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
@@ -91,18 +91,18 @@ void NewProjectFromSequence(ProjectSession& session, const std::string& path, ui
   if (!session.app().IsProjectOpen()) throw std::runtime_error("no images in sequence: " + path);
 }
 
-int32_t AddSegment(ProjectSession& session, const SegmentSpec& spec) {
+int32_t AddSegment(ProjectSession& session, const SegmentRequest& request) {
   VLComp& comp = session.comp();
-  comp.SetCurrentTime(FrameIndex(comp, spec.key));
+  comp.SetCurrentTime(FrameIndex(comp, request.key));
   session.app().OnNewSegment();
   VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
-  if (spec.span)
-    segment.SetTimeSpan(FrameIndex(comp, spec.span->first),
-                        FrameIndex(comp, spec.span->last - 1) + 1);
+  if (request.span)
+    segment.SetTimeSpan(FrameIndex(comp, request.span->first),
+                        FrameIndex(comp, request.span->last - 1) + 1);
   VLSegmentParams params = segment.GetParams();
-  for (const auto& p : spec.params) ApplyParam(params, p);
+  for (const auto& p : request.params) ApplyParam(params, p);
   segment.SetParams(params);
-  session.app().ImportMaskFile(spec.mask);
+  session.app().ImportMaskFile(request.mask);
   return comp.GetActiveSegment();
 }
 

@@ -21,7 +21,7 @@ class ProjectSession;
 
 // What `--key FRAME --mask MASK [--span FIRST:LAST] [--param KEY=VALUE]...`
 // asks for. Frames are indices from 0; the span is half-open.
-struct SegmentSpec {
+struct SegmentRequest {
   int32_t key = 0;
   std::optional<My::Span> span;  // none: the new segment's default span
   std::string mask;
@@ -30,7 +30,7 @@ struct SegmentSpec {
 
 // Reads --key, --mask, --span and --param. Throws UsageError when --key or
 // --mask is missing or the span does not hold the key frame.
-SegmentSpec ParseSegmentSpec(const Options& options);
+SegmentRequest ParseSegmentRequest(const Options& options);
 
 // KEY=VALUE for one stored parameter, by its project-file key: numbers,
 // 0/1 or true/false, file words. Throws UsageError for an unknown key or a
@@ -45,7 +45,7 @@ void NewProjectFromSequence(ProjectSession& session, const std::string& path, ui
 // sets its span and parameters, imports its mask; returns its index (the
 // active segment). Throws when a frame lies outside the composition or the
 // mask is refused.
-int32_t AddSegment(ProjectSession& session, const SegmentSpec& spec);
+int32_t AddSegment(ProjectSession& session, const SegmentRequest& request);
 
 // A whole number from command-line text; throws UsageError naming `what`.
 uint32_t ParseCount(const std::string& text, const std::string& what);

@@ -1,6 +1,6 @@
 // velomar-cli set: the composition's and the overlay's settings, each one
-// through the interfaces (so through the undo queue and the setters' clamps),
-// as the property panel changes them. Keys and value forms are those of
+// as one undo step (so through the setters' clamps), as the property panel
+// changes them. Keys and value forms are those of
 // info --json, so that what info prints can be given back.
 #include <charconv>
 #include <cmath>
@@ -9,9 +9,10 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
-#include "app/model/comp.h"
+#include "app/model/setting_tables.h"
 #include "base/enums.h"
 #include "cli/commands.h"
 #include "cli/options.h"
@@ -60,8 +61,7 @@ E Word(const std::string& key, const std::string& text) {
   throw Malformed(key, "one of " + words, text);
 }
 
-PixelAspectRatio Aspect(const std::string& key, const std::string& text) {
-  const char* form = "NUM/DEN or NUM:DEN of positive whole numbers";
+PixelAspectRatio Aspect(const std::string& key, const char* form, const std::string& text) {
   const auto [num, den] = Pair(key, form, text, "/:");
   PixelAspectRatio aspect{Number<int32_t>(key, form, num), Number<int32_t>(key, form, den)};
   // The setter would ignore such a ratio without a word; a script must hear of it.
@@ -69,8 +69,7 @@ PixelAspectRatio Aspect(const std::string& key, const std::string& text) {
   return aspect;
 }
 
-types::affine Transform(const std::string& key, const std::string& text) {
-  const char* form = "six numbers xx,xy,yx,yy,x,y";
+types::affine Transform(const std::string& key, const char* form, const std::string& text) {
   double v[6];
   size_t from = 0;
   for (int i = 0; i < 6; ++i) {
@@ -89,94 +88,51 @@ types::affine Transform(const std::string& key, const std::string& text) {
   return t;
 }
 
-struct Setting {
-  const char* key;
-  void (*apply)(VLComp& comp, const std::string& key, const std::string& text);
-  bool overlay;  // needs an imported overlay
+// The value `text` gives for a setting of the type of `current`.
+app::SettingValue Parse(const app::SettingValue& current,
+                        const std::string& key,
+                        const char* form,
+                        const std::string& text) {
+  return std::visit(
+      [&](const auto& now) -> app::SettingValue {
+        using T = std::decay_t<decltype(now)>;
+        if constexpr (std::is_same_v<T, uint32_t> || std::is_same_v<T, int32_t>)
+          return Number<T>(key, form ? form : "a whole number", text);
+        else if constexpr (std::is_same_v<T, float>)
+          return Number<float>(key, form ? form : "a number", text);
+        else if constexpr (std::is_same_v<T, My::Span>)
+          return Span(key, text);
+        else if constexpr (std::is_same_v<T, PixelAspectRatio>)
+          return Aspect(key, form, text);
+        else if constexpr (std::is_same_v<T, types::affine>)
+          return Transform(key, form, text);
+        else if constexpr (std::is_same_v<T, Still>)
+          throw std::logic_error(key + " is read only");
+        else
+          return Word<T>(key, text);
+      },
+      current);
+}
+
+// A requested change: a row of one of the two tables, and its text.
+struct Change {
+  const app::CompSetting* comp = nullptr;
+  const app::OverlaySetting* overlay = nullptr;
+  std::string text;
+  const char* key() const { return comp ? comp->names().key : overlay->names().key; }
 };
 
-VLCompInterface& C(VLComp& comp) {
-  return comp.GetInterface();
-}
-VL::Overlay& O(VLComp& comp) {
-  return comp.GetInterface().GetOverlay();
-}
-
-const Setting kSettings[] = {
-    {"framerate",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetFramerate(Number<uint32_t>(k, "a whole number", t));
-     },
-     false},
-    {"start_frame",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetStartFrame(Number<int32_t>(k, "a whole number", t));
-     },
-     false},
-    {"work_area",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       const My::Span s = Span(k, t);
-       C(c).SetWorkArea(s.first, s.last);
-     },
-     false},
-    {"task",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetTask(Word<TaskType>(k, t));
-     },
-     false},
-    {"export_model",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetExportModel(Word<ExportModel>(k, t));
-     },
-     false},
-    {"export_inaccuracy",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetExportInaccuracy(Number<float>(k, "a number of pixels", t));
-     },
-     false},
-    {"pixel_aspect",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       C(c).SetPixelAspect(Aspect(k, t));
-     },
-     false},
-    {"source_offset",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       O(c).SetSourceOffset(Number<int32_t>(k, "a whole number", t));
-     },
-     true},
-    {"trimming",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       const My::Span s = Span(k, t);
-       O(c).SetTrimming(s.first, s.last);
-     },
-     true},
-    {"match",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       O(c).SetMatch(Number<int32_t>(k, "a frame index", t));
-     },
-     true},
-    {"alignment",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       O(c).SetAlignment(Word<Alignment>(k, t));
-     },
-     true},
-    {"alpha",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       O(c).SetAlpha(Word<AlphaInterpretation>(k, t));
-     },
-     true},
-    {"initial_transform",
-     [](VLComp& c, const std::string& k, const std::string& t) {
-       O(c).SetInitialTransform(Transform(k, t));
-     },
-     true},
-};
-
-const Setting& Find(const std::string& key) {
+Change Find(const std::string& key, std::string text) {
   std::string keys;
-  for (const auto& s : kSettings) {
-    if (key == s.key) return s;
-    keys += std::string(keys.empty() ? "" : ", ") + s.key;
+  for (const auto* row : app::CompSettings()) {
+    if (row->IsReadOnly()) continue;
+    if (key == row->names().key) return {row, nullptr, std::move(text)};
+    keys += std::string(keys.empty() ? "" : ", ") + row->names().key;
+  }
+  for (const auto* row : app::OverlaySettings()) {
+    if (row->IsReadOnly()) continue;
+    if (key == row->names().key) return {nullptr, row, std::move(text)};
+    keys += std::string(keys.empty() ? "" : ", ") + row->names().key;
   }
   throw UsageError("unknown setting '" + key + "' (known: " + keys + ")");
 }
@@ -189,22 +145,32 @@ int RunSet(const std::vector<std::string>& args) {
   const auto& pos = options.positional();
   if (pos.size() < 2) throw UsageError("set needs PROJECT and at least one KEY=VALUE");
   // Unknown keys fail before the project is read; values as they are applied.
-  std::vector<std::pair<const Setting*, std::string>> changes;
+  std::vector<Change> changes;
   for (size_t i = 1; i < pos.size(); ++i) {
     const auto eq = pos[i].find('=');
     if (eq == std::string::npos) throw UsageError("'" + pos[i] + "' is no KEY=VALUE");
-    changes.emplace_back(&Find(pos[i].substr(0, eq)), pos[i].substr(eq + 1));
+    changes.push_back(Find(pos[i].substr(0, eq), pos[i].substr(eq + 1)));
   }
   ProjectSession session(false);
   return session.Run(
       [&] {
         session.Open(pos[0]);
         VLComp& comp = session.comp();
-        for (const auto& [setting, text] : changes) {
-          if (setting->overlay && comp.GetOverlay().IsEmpty())
-            throw std::runtime_error(std::string("the project has no overlay to set ") +
-                                     setting->key + " of: import one first");
-          setting->apply(comp, setting->key, text);
+        for (const Change& change : changes) {
+          const std::string key = change.key();
+          if (change.comp) {
+            const app::SettingValue value =
+                Parse(change.comp->Get(comp), key, change.comp->names().form, change.text);
+            app::ChangeSetting(comp, key, value);
+            continue;
+          }
+          VLOverlay& overlay = comp.GetOverlay();
+          if (overlay.IsEmpty())
+            throw std::runtime_error("the project has no overlay to set " + key +
+                                     " of: import one first");
+          const app::SettingValue value =
+              Parse(change.overlay->Get(overlay), key, change.overlay->names().form, change.text);
+          app::ChangeSetting(overlay, comp.GetActionQueue(), key, value);
         }
         // One save when every change is in; a failure above leaves the file as it was.
         session.app().OnSave();

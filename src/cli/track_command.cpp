@@ -172,7 +172,7 @@ int RunTrackSequence(const Options& options) {
   for (const char* o : {"--segment", "--all"})
     if (options.has(o) || options.flag(o))
       throw UsageError(std::string(o) + " belongs to track PROJECT");
-  const SegmentSpec spec = ParseSegmentSpec(options);
+  const SegmentRequest request = ParseSegmentRequest(options);
   const std::string out = options.has("--output") ? options.value("--output") : std::string();
   if (out.empty() && !options.has("--transforms"))
     throw UsageError("track --sequence needs -o PROJECT.vlp or --transforms FILE to keep results");
@@ -183,7 +183,7 @@ int RunTrackSequence(const Options& options) {
   const int failed = session.Run(
       [&] {
         NewProjectFromSequence(session, options.value("--sequence"), rate);
-        const int32_t index = AddSegment(session, spec);
+        const int32_t index = AddSegment(session, request);
         status = TrackAndSave(session, {index}, options, [&] {
           if (!out.empty()) session.app().SaveProjectAs(out);
         });

@@ -140,7 +140,7 @@ class Tracking {
       // job not yet idle is the one that failed (a later one may have
       // started in the same batch). It is idle now; nothing else will say so.
       for (Job& job : jobs_) {
-        const int32_t status = job.segment->GetStatus();
+        const SegmentStatus status = job.segment->GetStatus();
         if (status == app::kSegmentIdle) continue;
         const My::Span data = job.segment->GetDataSpan();
         text += " (segment " + std::to_string(job.index);
@@ -189,7 +189,7 @@ class Tracking {
     int64_t done = 0;
     for (const Job& job : jobs_) done += job.done();
     const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
-    const int32_t status = current->segment->GetStatus();
+    const SegmentStatus status = current->segment->GetStatus();
     const char* direction = status == app::kSegmentForward    ? ", forward"
                             : status == app::kSegmentBackward ? ", backward"
                                                               : "";
@@ -211,7 +211,8 @@ class Tracking {
   TrackOutcome outcome_;
   ProgressLine line_;
   Clock::time_point start_;
-  int32_t shown_index_ = -1, shown_status_ = -1;
+  int32_t shown_index_ = -1;
+  SegmentStatus shown_status_ = SegmentStatus::Idle;
 };
 
 }  // namespace

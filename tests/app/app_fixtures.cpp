@@ -36,4 +36,11 @@ VLSegment& CompFixture::AddSegment(int32_t origin, My::Span span, double velocit
   return s;
 }
 
+PanelFixture::PanelFixture()
+    : CompFixture(100),
+      composition(&comp.GetInterface()),
+      overlay(&comp.GetOverlay().GetInterface()) {
+  comp.GetOverlay().GetInterface().Import({WriteImage(dir, "o.bmp", 4, 4, true)});
+}
+
 }  // namespace app_testing

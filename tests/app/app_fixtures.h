@@ -53,4 +53,12 @@ struct CompFixture {
   VLSegment& AddSegment(int32_t origin, My::Span span, double velocity);
 };
 
+// A composition of 100 frames with a still overlay (an image with alpha,
+// so no question), and the objects the property panel shows for them.
+struct PanelFixture : CompFixture {
+  PanelFixture();
+  app::EditableObject* composition;
+  app::EditableObject* overlay;
+};
+
 }  // namespace app_testing

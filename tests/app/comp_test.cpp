@@ -182,14 +182,28 @@ TEST(Composition, ActiveSegmentFollowsItsSegmentThroughListChanges) {
   EXPECT_FALSE(f.comp.GetSegmentObject(0).IsSelected());
 }
 
+TEST(Composition, ActivatingASegmentDeactivatesTheOverlay) {
+  CompFixture f(10);
+  f.AddSegment(2, {0, 10}, 1.0);
+  f.comp.GetOverlay().GetInterface().Import({app_testing::WriteImage(f.dir, "o.bmp", 4, 4, true)});
+  f.comp.SetOverlayActive(true);
+  ASSERT_TRUE(f.comp.IsOverlayActive());
+  EXPECT_EQ(f.comp.GetActiveSegment(), -1);
+  f.comp.SetActiveSegment(0);
+  EXPECT_FALSE(f.comp.IsOverlayActive());
+  EXPECT_EQ(f.comp.GetPanel().object, PanelObject::Segment);
+  f.comp.SetOverlayActive(true);  // and the other way round
+  EXPECT_EQ(f.comp.GetActiveSegment(), -1);
+}
+
 TEST(Composition, ProcessingInsideCountsOnlyFramesStillToCome) {
   CompFixture f(40);
   VLSegment& low = f.AddSegment(10, {5, 16}, 1.0);  // results over its whole span
   VLSegment& top = f.AddSegment(25, {20, 31}, 1.0);
   top.ReplaceData(std::make_shared<VLSegmentData>());
   EXPECT_FALSE(f.comp.IsProcessingInside(0, 40));
-  top.SetStatus(1);
-  low.SetStatus(1);
+  top.SetStatus(SegmentStatus::Queued);
+  low.SetStatus(SegmentStatus::Queued);
   EXPECT_FALSE(f.comp.IsProcessingInside(0, 20));  // low has all its frames
   EXPECT_TRUE(f.comp.IsProcessingInside(30, 35));
   EXPECT_FALSE(f.comp.IsProcessingInside(31, 40));

@@ -1,5 +1,6 @@
 #include "app/file/mask_codec.h"
 
+#include <iterator>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -7,6 +8,8 @@
 
 #include "base/xml_tablet.h"
 #include "imaging/io_types.h"
+#include "imaging/native_io.h"
+#include "testing/files.h"
 
 namespace {
 
@@ -47,6 +50,34 @@ TEST(MaskCodec, HexPngReadsBackEveryPixel) {
     EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos);
     ExpectSamePixels(DecodeMask(text), mask);
   }
+}
+
+// A picture from elsewhere (here a 24-bit BMP) counts a pixel as set from
+// mid-grey up: blue + green + red at least 3 * 128, whatever each one is.
+TEST(MaskCodec, GreyPixelIsSetFromMidGreyUp) {
+  const struct {
+    uint8_t blue, green, red;
+    bool set;
+  } pixels[] = {{127, 128, 128, false}, {128, 128, 128, true}, {0, 129, 255, true},
+                {0, 128, 255, false},   {0, 0, 0, false},      {255, 255, 255, true}};
+  img::image picture(std::size(pixels), 1);
+  for (size_t x = 0; x < std::size(pixels); ++x) {
+    uint8_t* p = picture.rows[0] + 4 * x;
+    p[0] = pixels[x].blue;
+    p[1] = pixels[x].green;
+    p[2] = pixels[x].red;
+    p[3] = 255;
+  }
+  testing_support::TempDir dir;
+  img::native_writer().write(dir / "grey.bmp", "BMP", picture, false);
+  std::string hex;
+  for (uint8_t byte : testing_support::ReadFile(dir / "grey.bmp")) {
+    hex += "0123456789abcdef"[byte >> 4];
+    hex += "0123456789abcdef"[byte & 15];
+  }
+  const Mask mask = DecodeMask(hex);
+  ASSERT_EQ(mask.width, std::size(pixels));
+  for (uint32_t x = 0; x < mask.width; ++x) EXPECT_EQ(Bit(mask, x, 0), pixels[x].set) << x;
 }
 
 TEST(MaskCodec, EmptyMaskIsNoAttribute) {

@@ -6,6 +6,7 @@
 
 #include "app/commands/transform_commands.h"
 #include "app/model/keyframe_export.h"
+#include "app/model/setting_tables.h"
 #include "app_fixtures.h"
 #include "base/errors.h"
 
@@ -29,8 +30,8 @@ struct ShiftedOverlay : app_testing::CompFixture {
   ShiftedOverlay() : CompFixture(5) {
     AddSegment(2, {1, 5}, 2.0);
     comp.SetCurrentTime(2);
-    comp.SetPixelAspectDirect({10, 11});
-    comp.SetExportModelDirect(ExportModel::Translation);
+    app::AssignSetting(comp, "pixel_aspect", PixelAspectRatio{10, 11});
+    app::AssignSetting(comp, "export_model", ExportModel::Translation);
     comp.GetOverlay().GetInterface().Import({app_testing::WriteImage(dir, "o.bmp", 4, 4, true)});
     comp.GetOverlay().SetInitialTransformDirect(types::affine::translation(1, 0.5));
   }
@@ -54,8 +55,8 @@ TEST(OverlayExport, ExactTextFromProjectSettingsOrFromOverridesThatChangeNothing
   app::WriteKeyframeText(f.comp, own);
   EXPECT_EQ(own.str(), kTracking);
 
-  f.comp.SetExportInaccuracyDirect(3.0f);  // would thin the keys
-  f.comp.SetExportModelDirect(ExportModel::Rigid);
+  app::AssignSetting(f.comp, "export_inaccuracy", 3.0f);  // would thin the keys
+  app::AssignSetting(f.comp, "export_model", ExportModel::Rigid);
   const VLCompSettings before = f.comp.GetSettings();
   const size_t steps = f.comp.GetActionQueue().GetSize();
   app::WriteKeyframeText(f.comp, overridden,

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/message_queue.h"
@@ -42,9 +43,11 @@ struct Fixture {
   img::synthetic_shot shot = SmallShot();
   std::atomic<int> broken_frame{-1};  // the loader fails on this frame
   std::atomic<int> loads{0};
+  std::atomic<int> load_delay_ms{0};  // keeps a run in the worker's hands
   img::Cache cache{[this](const std::string& name, img::image& out) {
                      const int frame = std::stoi(name);
                      ++loads;
+                     std::this_thread::sleep_for(std::chrono::milliseconds(load_delay_ms.load()));
                      if (frame == broken_frame) throw std::runtime_error("could not read " + name);
                      shot.render(frame, out);
                    },
@@ -98,7 +101,7 @@ struct StatusLog : VL::Listener {
   VLSegment& segment;
   std::vector<int32_t> statuses;
   explicit StatusLog(VLSegment& s) : segment(s) { s.GetInterface().SetListener(this); }
-  void OnStateChanged() override { statuses.push_back(segment.GetStatus()); }
+  void OnStateChanged() override { statuses.push_back(int32_t(segment.GetStatus())); }
 };
 
 TEST(Processor, TracksASegmentAndReportsThroughMessages) {
@@ -151,13 +154,36 @@ TEST(Processor, RefusesAnEmptyOrFullMaskWithAWarning) {
       for (uint32_t i = 0; i < mask.stride; ++i) mask.rows[y][i] = fill;
     segment.SetMaskDirect(mask);
     EXPECT_FALSE(segment.Process());
-    EXPECT_EQ(segment.GetStatus(), 0);
+    EXPECT_EQ(segment.GetStatus(), SegmentStatus::Idle);
   }
   ASSERT_EQ(f.dialogs.questions().size(), 2u);
   for (const auto& q : f.dialogs.questions()) {
     EXPECT_EQ(q.text, "Segment mask is empty.");
     EXPECT_EQ(q.icon, app::Icon::Warning);
   }
+}
+
+// The window's Delete frees a segment right after taking it from the
+// worker: the worker and the messages of its run must be done with it by
+// then (the sanitizer builds see any access after the free).
+TEST(Processor, RemovedSegmentMayBeFreedAtOnceWhileItWasTracking) {
+  Fixture f;
+  f.load_delay_ms = 20;
+  VLSegment& doomed = f.AddSegment(4, {0, 12});
+  ASSERT_TRUE(doomed.Process());
+  ASSERT_TRUE(f.queue.pump_until([&] { return doomed.GetDataSpan().length() >= 2; },
+                                 std::chrono::seconds(60)));
+  EXPECT_TRUE(f.processor.in_hand(doomed));
+  f.processor.remove(doomed);
+  EXPECT_FALSE(f.processor.in_hand(doomed));
+  EXPECT_EQ(doomed.GetStatus(), SegmentStatus::Idle);
+  f.comp.RemoveSegment(f.comp.IndexOf(&doomed)).reset();
+
+  f.load_delay_ms = 0;
+  VLSegment& next = f.AddSegment(6, {5, 8});
+  ASSERT_TRUE(next.Process());
+  f.Finish();
+  EXPECT_EQ(next.GetDataSpan(), (My::Span{5, 8}));
 }
 
 TEST(Processor, CancelKeepsWhatWasComputedAndProcessResumes) {
@@ -168,14 +194,14 @@ TEST(Processor, CancelKeepsWhatWasComputedAndProcessResumes) {
   ASSERT_TRUE(second.Process());
   // Taking the queued one out makes it idle at once.
   f.processor.remove(second);
-  EXPECT_EQ(second.GetStatus(), 0);
+  EXPECT_EQ(second.GetStatus(), SegmentStatus::Idle);
 
   // Wait for a few frames, then cancel the running one and wait.
   ASSERT_TRUE(
       f.queue.pump_until([&] { return first.GetDataSpan().last - first.GetDataSpan().first >= 2; },
                          std::chrono::seconds(60)));
   first.Cancel();
-  EXPECT_EQ(first.GetStatus(), 0);
+  EXPECT_EQ(first.GetStatus(), SegmentStatus::Idle);
   EXPECT_FALSE(f.processor.any_running());
   const My::Span kept = first.GetDataSpan();
   EXPECT_GE(kept.last - kept.first, 2);
@@ -203,13 +229,13 @@ TEST(Processor, AFailedRunIsReportedAndTheNextSegmentStillRuns) {
   EXPECT_EQ(f.dialogs.questions()[0].icon, app::Icon::Warning);
   EXPECT_EQ(failing.GetDataSpan(), (My::Span{3, 6}))
       << "frame 3 was done before the failure, and the forward direction still ran";
-  EXPECT_NE(failing.GetStatus(), 0) << "a failed run posts no idle status";
+  EXPECT_NE(failing.GetStatus(), SegmentStatus::Idle) << "a failed run posts no idle status";
   EXPECT_EQ(next.GetDataSpan(), (My::Span{7, 10}));
-  EXPECT_EQ(next.GetStatus(), 0);
+  EXPECT_EQ(next.GetStatus(), SegmentStatus::Idle);
 
   // Cancel recovers the stuck segment, and with the footage fixed it resumes.
   failing.Cancel();
-  EXPECT_EQ(failing.GetStatus(), 0);
+  EXPECT_EQ(failing.GetStatus(), SegmentStatus::Idle);
   f.broken_frame = -1;
   ASSERT_TRUE(failing.Process());
   f.Finish();

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "app/model/setting_tables.h"
 #include "app/report_error.h"
 #include "app_fixtures.h"
 
@@ -24,13 +25,13 @@ struct Project : CompFixture {
     o.SetMatchDirect(11);
     o.SetInitialTransformDirect({1.5, -2, 1, 0.125, 0, 1});
     o.SetAlphaDirect(AlphaInterpretation::InvPremul);
-    comp.SetFramerateDirect(24);
-    comp.SetPixelAspectDirect({768, 720});
-    comp.SetExportInaccuracyDirect(0.25f);
-    comp.SetTaskDirect(TaskType::Compensation);
-    comp.SetExportModelDirect(ExportModel::RigidScale);
-    comp.SetStartFrameDirect(100);
-    comp.SetWorkAreaDirect({2, 17});
+    app::AssignSetting(comp, "framerate", 24u);
+    app::AssignSetting(comp, "pixel_aspect", PixelAspectRatio{768, 720});
+    app::AssignSetting(comp, "export_inaccuracy", 0.25f);
+    app::AssignSetting(comp, "task", TaskType::Compensation);
+    app::AssignSetting(comp, "export_model", ExportModel::RigidScale);
+    app::AssignSetting(comp, "start_frame", 100);
+    app::AssignSetting(comp, "work_area", My::Span{2, 17});
     AddSegment(3, {0, 9}, -0.25);
     VLSegment& s = AddSegment(10, {4, 16}, 1.5);
     VLSegmentParams p = s.GetParams();
@@ -115,8 +116,8 @@ TEST(ProjectFile, SavedProjectReadsBackEqualAndWritesTheSameText) {
 
 TEST(ProjectFile, DefaultsStayOutAndFileDefaultsDifferFromNewProject) {
   CompFixture f(3);
-  f.comp.SetFramerateDirect(30);
-  f.comp.SetPixelAspectDirect({2, 2});
+  app::AssignSetting(f.comp, "framerate", 30u);
+  app::AssignSetting(f.comp, "pixel_aspect", PixelAspectRatio{2, 2});
   const std::string text = app::ProjectFileText(f.comp, f.dir / "p.vlp");
   EXPECT_EQ(
       text,
@@ -130,7 +131,7 @@ TEST(ProjectFile, DefaultsStayOutAndFileDefaultsDifferFromNewProject) {
   Reader r;
   app::LoadProjectText(r.comp, f.dir / "p.vlp", text, r.dialogs);
   EXPECT_EQ(r.comp.GetFramerate(), 30u);  // a new project has 50
-  f.comp.SetPixelAspectDirect({768, 720});
+  app::AssignSetting(f.comp, "pixel_aspect", PixelAspectRatio{768, 720});
   EXPECT_NE(app::ProjectFileText(f.comp, f.dir / "p.vlp")
                 .find("<PixelAspectRatio num=\"768\" den=\"720\" />"),
             std::string::npos);

@@ -6,13 +6,13 @@
 #include "app/fake_property_objects.h"
 #include "app/model/properties_hints.h"
 #include "app/model/properties_sets.h"
+#include "app/model/setting_tables.h"
+#include "app_fixtures.h"
 
 namespace app {
 namespace {
 
 using ::testing::EndsWith;
-using testing::FakeComposition;
-using testing::FakeOverlay;
 using testing::FakeSegment;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -47,15 +47,15 @@ TEST(PropertyHints, ValuesAreComposedIntoTheEnglishText) {
 }
 
 TEST(PropertyHints, InaccuracyBranchesOnAPositiveValue) {
-  FakeComposition comp;
-  EditableObject* objects[] = {&comp};
+  app_testing::PanelFixture f;
+  EditableObject* objects[] = {f.composition};
   const auto& row = *CompositionProperties().Child("Export")->Child("Inaccuracy");
-  comp.inaccuracy = 0.3f;
+  AssignSetting(f.comp, "export_inaccuracy", 0.3f);
   EXPECT_THAT(row.HintIn(objects, kEn),
               EndsWith(" also. \nCurrent value of the parameter means that maximal inaccuracy of "
                        "any point displacement in any frame including invisible points outside "
                        "the mask and the overlay in After Effects ® will be at most 0.3 pixels"));
-  comp.inaccuracy = 0.0f;
+  AssignSetting(f.comp, "export_inaccuracy", 0.0f);
   EXPECT_THAT(row.HintIn(objects, kEn),
               EndsWith("means that found transformations in this composition will be transmitted "
                        "precisely without any loss at the expense of making each frame in After "
@@ -105,12 +105,11 @@ void CollectHints(const Property& p,
 }
 
 TEST(PropertyHints, RussianHintForEveryHintedRow) {
-  FakeComposition comp;
-  FakeOverlay overlay;
+  app_testing::PanelFixture f;
   FakeSegment segment;
   std::set<std::string> rows;
-  EditableObject* c[] = {&comp};
-  EditableObject* o[] = {&overlay};
+  EditableObject* c[] = {f.composition};
+  EditableObject* o[] = {f.overlay};
   EditableObject* s[] = {&segment};
   CollectHints(CompositionProperties(), c, "", rows);
   CollectHints(OverlayProperties(), o, "", rows);
@@ -152,8 +151,8 @@ TEST(PropertyHints, RussianPitchBelowTwoHasItsOwnWording) {
 }
 
 TEST(PropertyHints, ProgramLanguageSelectsTheText) {
-  FakeComposition comp;
-  EditableObject* objects[] = {&comp};
+  app_testing::PanelFixture f;
+  EditableObject* objects[] = {f.composition};
   const auto& start = *CompositionProperties().Child("Start frame");
   SetHintLanguage(1);
   EXPECT_EQ(start.Hint(objects), "Номер, присвоенный первому кадру композиции");

@@ -7,13 +7,13 @@
 #include "app/fake_property_objects.h"
 #include "app/model/properties_parse.h"
 #include "app/model/properties_sets.h"
+#include "app/model/setting_tables.h"
+#include "app_fixtures.h"
 
 namespace app {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::FakeComposition;
-using testing::FakeOverlay;
 using testing::FakeSegment;
 using ::testing::ThrowsMessage;
 
@@ -64,26 +64,34 @@ TEST(PropertyParsing, TakesOnlyAWholeNumberOfTheType) {
 }
 
 TEST(PropertyWrite, NegativeFramerateIsRefusedAndNothingReachesTheComposition) {
-  FakeComposition comp;
-  EditableObject* objects[] = {&comp};
+  app_testing::PanelFixture f;
+  EditableObject* objects[] = {f.composition};
+  const VLActionQueue& queue = f.comp.GetActionQueue();
+  const size_t steps = queue.GetSize();
   const auto& framerate = At(CompositionProperties(), {"Export", "Framerate"});
   EXPECT_THAT([&] { framerate.SetText(objects, "-1"); },
               ThrowsMessage<std::runtime_error>("Invalid property value"));
-  EXPECT_TRUE(comp.calls.empty());
-  framerate.SetText(objects, "25");
+  EXPECT_EQ(queue.GetSize(), steps);
+  framerate.SetText(objects, "30");
   At(CompositionProperties(), {"Start frame"}).SetText(objects, "-10");
-  EXPECT_THAT(comp.calls, ElementsAre("SetFramerate 25", "SetStartFrame -10"));
+  EXPECT_EQ(f.comp.GetFramerate(), 30u);
+  EXPECT_EQ(f.comp.GetStartFrame(), -10);
+  EXPECT_EQ(queue.GetSize(), steps + 2);
+  EXPECT_EQ(queue.GetUndoName(), "Change Start Frame");
 }
 
 TEST(PropertyWrite, SpanElementChangesOneEndAndSendsBoth) {
-  FakeComposition comp;
-  comp.work_area = {10, 40};
-  EditableObject* objects[] = {&comp};
+  app_testing::PanelFixture f;
+  AssignSetting(f.comp, "work_area", My::Span{10, 40});
+  EditableObject* objects[] = {f.composition};
   const auto& area = At(CompositionProperties(), {"Work area"});
   EXPECT_EQ(area.GetText(objects), "10, 40");
   area.Child("To")->SetText(objects, "80");
-  area.Child("From")->SetText(objects, "-3");
-  EXPECT_THAT(comp.calls, ElementsAre("SetWorkArea 10 80", "SetWorkArea -3 40"));
+  EXPECT_EQ(f.comp.GetWorkArea(), (My::Span{10, 80}));
+  area.Child("From")->SetText(objects, "-3");  // clamped by the composition
+  EXPECT_EQ(f.comp.GetWorkArea(), (My::Span{0, 80}));
+  f.comp.GetActionQueue().Undo();
+  EXPECT_EQ(f.comp.GetWorkArea(), (My::Span{10, 80}));
 }
 
 TEST(PropertyWrite, SegmentTimeRangeIsShownFromTheStartFrame) {
@@ -117,31 +125,35 @@ TEST(PropertyWrite, ParameterChangeSendsTheWholeRecordWithOneFieldChanged) {
 }
 
 TEST(PropertyWrite, ChoicesFollowTheLabelTables) {
-  FakeComposition comp;
-  comp.aspect = {3, 2};
-  EditableObject* objects[] = {&comp};
+  app_testing::PanelFixture f;
+  AssignSetting(f.comp, "pixel_aspect", PixelAspectRatio{3, 2});
+  EditableObject* objects[] = {f.composition};
   const auto& aspect = At(CompositionProperties(), {"Export", "Pixel aspect ratio"});
   EXPECT_EQ(aspect.GetText(objects), "Custom");
   EXPECT_EQ(aspect.GetChoice(objects), -1);
   const auto labels = aspect.Choices();
   const auto pal = std::find(labels.begin(), labels.end(), "D1/DV PAL") - labels.begin();
   aspect.SetChoice(objects, static_cast<int>(pal));
+  EXPECT_EQ(f.comp.GetPixelAspect(), (PixelAspectRatio{768, 720}));
   aspect.Child("Vertical")->SetText(objects, "5");
+  EXPECT_EQ(f.comp.GetPixelAspect(), (PixelAspectRatio{768, 5}));
   EXPECT_THROW(aspect.SetChoice(objects, static_cast<int>(labels.size())), std::runtime_error);
-
-  EXPECT_THAT(comp.calls, ElementsAre("SetPixelAspect 768 720", "SetPixelAspect 3 5"));
+  EXPECT_EQ(f.comp.GetActionQueue().GetUndoName(), "Change Pixel Aspect Ratio");
 }
 
 TEST(PropertyWrite, InitialTransformElementKeepsTheOtherFive) {
-  FakeOverlay overlay;
-  overlay.initial = {1, 2, 3, 4, 5, 6};
-  EditableObject* objects[] = {&overlay};
+  app_testing::PanelFixture f;
+  VLOverlay& overlay = f.comp.GetOverlay();
+  AssignSetting(overlay, "initial_transform", types::affine{1, 2, 3, 4, 5, 6});
+  EditableObject* objects[] = {f.overlay};
   const auto& alignment = At(OverlayProperties(), {"Alignment"});
   EXPECT_THAT(Labels(alignment), ElementsAre("x", "xx", "xy", "y", "yx", "yy"));
   alignment.Child("xy")->SetText(objects, "0.5");
-  EXPECT_EQ(overlay.last_transform, (types::affine{1, 2, 3, 0.5, 5, 6}));
+  EXPECT_EQ(overlay.GetInitialTransform(), (types::affine{1, 2, 3, 0.5, 5, 6}));
+  EXPECT_EQ(f.comp.GetActionQueue().GetUndoName(), "Change Transformation");
   alignment.SetChoice(objects, 2);
-  EXPECT_THAT(overlay.calls, ElementsAre("SetInitialTransform", "SetAlignment 2"));
+  EXPECT_EQ(overlay.GetAlignment(), EnumTable<Alignment>()[2].value);
+  EXPECT_EQ(f.comp.GetActionQueue().GetUndoName(), "Change Alignment");
 }
 
 struct StateCase {
@@ -174,29 +186,31 @@ TEST(PropertyState, ParametersHideByMethodAndDisableWhileProcessing) {
     EXPECT_EQ(At(SegmentProperties(), {"Parameters", "Reference frame pitch"}).State(objects),
               c.plain);
   }
-  FakeOverlay overlay;  // "Type" follows the frames and is never edited
-  EditableObject* objects[] = {&overlay};
+  app_testing::PanelFixture f;  // "Type" follows the frames and is never edited
+  EditableObject* objects[] = {f.overlay};
+  const size_t steps = f.comp.GetActionQueue().GetSize();
   EXPECT_EQ(At(OverlayProperties(), {"Type"}).State(objects), Disabled);
   At(OverlayProperties(), {"Type"}).SetChoice(objects, 0);
-  EXPECT_TRUE(overlay.calls.empty());
+  EXPECT_EQ(f.comp.GetActionQueue().GetSize(), steps);
 }
 
 TEST(PropertyTrees, PanelShowsTheTreeAndTitleOfItsObject) {
-  FakeComposition comp;
-  FakeOverlay overlay;
+  app_testing::PanelFixture f;
   FakeSegment segment;
-  EXPECT_EQ(PanelTitle(&comp), "Composition Properties");
-  EXPECT_EQ(PanelTitle(&overlay), "Overlay Properties");
+  EXPECT_EQ(PanelTitle(f.composition), "Composition Properties");
+  EXPECT_EQ(PanelTitle(f.overlay), "Overlay Properties");
   EXPECT_EQ(PanelTitle(&segment), "Segment Properties");
   EXPECT_EQ(PanelTitle(nullptr), "Property Editor");
   EXPECT_EQ(PropertiesFor(&segment), &SegmentProperties());
-  EXPECT_EQ(PropertiesFor(&overlay), &OverlayProperties());
+  EXPECT_EQ(PropertiesFor(f.overlay), &OverlayProperties());
+  EXPECT_EQ(PropertiesFor(f.composition), &CompositionProperties());
   EXPECT_EQ(PropertiesFor(nullptr), nullptr);
   // A row writes only to objects of its own kind.
-  EditableObject* mixed[] = {&comp, &overlay};
+  const size_t steps = f.comp.GetActionQueue().GetSize();
+  EditableObject* mixed[] = {f.composition, f.overlay};
   At(CompositionProperties(), {"Task"}).SetChoice(mixed, 1);
-  EXPECT_THAT(comp.calls, ElementsAre("SetTask 1"));
-  EXPECT_TRUE(overlay.calls.empty());
+  EXPECT_EQ(f.comp.GetTask(), EnumTable<TaskType>()[1].value);
+  EXPECT_EQ(f.comp.GetActionQueue().GetSize(), steps + 1);
 }
 
 }  // namespace

@@ -76,6 +76,23 @@ TEST(Segment, NewSegmentCoversFiveFramesEachSide) {
   }
 }
 
+// The key frame and the frame after it always stay in the span; the ends
+// otherwise stay inside the composition.
+TEST(Segment, TimeSpanKeepsTheKeyFrameAndOneFrameAfterIt) {
+  CompFixture f(30);
+  VLSegment& s = f.AddSegment(10, {5, 16}, 0.0);
+  const struct {
+    My::Span wanted, kept;
+  } cases[] = {
+      {{8, 10}, {8, 11}}, {{8, 11}, {8, 11}},  {{10, 10}, {10, 11}}, {{12, 14}, {10, 14}},
+      {{3, 9}, {3, 11}},  {{-4, 40}, {0, 30}}, {{0, 30}, {0, 30}},
+  };
+  for (const auto& c : cases) {
+    s.SetTimeSpanDirect(c.wanted.first, c.wanted.last);
+    EXPECT_EQ(s.GetTimeSpan(), c.kept) << c.wanted.first << ":" << c.wanted.last;
+  }
+}
+
 TEST(Segment, MaskChangeDropsResultsAndUndoRestoresTheSameBlock) {
   CompFixture f(40);
   VLSegment& s = f.AddSegment(10, {5, 16}, 1.0);
@@ -103,11 +120,11 @@ TEST(Segment, MaskChangeDropsResultsAndUndoRestoresTheSameBlock) {
 
   // The same mask again, or any change while processing, is no step.
   s.GetInterface().SetMask(mask);
-  s.SetStatus(1);
+  s.SetStatus(SegmentStatus::Queued);
   VLSegmentParams p = s.GetParams();
   p.ImageBlockSize = 12;
   s.GetInterface().SetParams(p);
-  s.SetStatus(0);
+  s.SetStatus(SegmentStatus::Idle);
   s.GetInterface().SetParams(s.GetParams());
   EXPECT_EQ(q.GetSize(), steps + 1);
   s.GetInterface().SetParams(p);

@@ -9,6 +9,7 @@
 
 #include "app/file/project_file.h"
 #include "app/model/comp.h"
+#include "app/model/setting_tables.h"
 #include "cli_runner.h"
 #include "imaging/native_io.h"
 #include "testing/files.h"
@@ -37,8 +38,8 @@ std::string WriteProject(const TempDir& dir, bool motion) {
   app::OperationStack operations;
   VLComp comp(operations);
   comp.LoadSequence(std::vector<std::string>(5, Image(dir, "u.bmp", 8, 6)), 25, {10, 11}, 0);
-  comp.SetExportModelDirect(ExportModel::Rigid);
-  comp.SetExportInaccuracyDirect(3.0f);
+  app::AssignSetting(comp, "export_model", ExportModel::Rigid);
+  app::AssignSetting(comp, "export_inaccuracy", 3.0f);
   if (motion) {
     comp.GetInterface().CreateSegment(2, false);
     VLSegment& s = comp.GetSegmentObject(0);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "app/model/keyframe_export.h"
+
 namespace app {
 
 const SegmentSnapshot* CommandSnapshot::active() const {
@@ -31,7 +33,7 @@ bool CanImportOverlay(const CommandSnapshot& state) {
 }
 
 bool CanCopyTransforms(const CommandSnapshot& state) {
-  return state.projectOpen && state.overlayHasFrames && !state.transformSpanEmpty;
+  return TransformsToExport(state.projectOpen, state.overlayHasFrames, state.transformSpanEmpty);
 }
 
 bool CanExportTransforms(const CommandSnapshot& state) {

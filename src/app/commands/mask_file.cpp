@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "app/model/mask.h"
 #include "imaging/multi_io.h"
 #include "imaging/native_io.h"
 
@@ -11,17 +12,7 @@ namespace app {
 VL::Mask ReadMaskFile(const std::string& path) {
   img::image picture;
   img::multi_reader().read(path, picture);
-  VL::Mask mask(picture.width, picture.height, 4);
-  for (uint32_t y = 0; y < picture.height; ++y) {
-    const uint8_t* src = picture.rows[y];
-    uint8_t* dst = mask.rows[y];
-    std::memset(dst, 0, mask.stride);
-    for (uint32_t x = 0; x < picture.width; ++x) {
-      const unsigned sum = unsigned(src[4 * x]) + src[4 * x + 1] + src[4 * x + 2];
-      if (sum >= 3 * 128) dst[x >> 3] |= uint8_t(128 >> (x & 7));
-    }
-  }
-  return mask;
+  return ThresholdMask(picture);
 }
 
 VL::Mask FitMask(const VL::Mask& mask, uint32_t width, uint32_t height) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "app/model/mask.h"
 #include "imaging/library_io.h"
 
 namespace {
@@ -59,18 +60,9 @@ img::bitmap<img::bit1> DecodeMask(std::string_view text, uint64_t max_pixels) {
   if (bytes.empty()) return mask;
   img::image picture;
   img::library_reader(max_pixels).read_bytes(bytes.data(), bytes.size(), "mask", picture, nullptr);
-  mask.resize(picture.width, picture.height, 4);
-  for (uint32_t y = 0; y < picture.height; ++y) {
-    const uint8_t* src = picture.rows[y];
-    uint8_t* dst = mask.rows[y];
-    std::fill(dst, dst + mask.stride, uint8_t(0));
-    for (uint32_t x = 0; x < picture.width; ++x) {
-      // A written mask is pure black and white; a grey from elsewhere counts
-      // as set from mid-grey up.
-      const unsigned sum = unsigned(src[4 * x]) + src[4 * x + 1] + src[4 * x + 2];
-      if (sum >= 3 * 128) dst[x >> 3] |= uint8_t(128 >> (x & 7));
-    }
-  }
+  // A written mask is pure black and white; a grey from elsewhere counts
+  // as set from mid-grey up.
+  mask = ThresholdMask(picture);
   return mask;
 }
 

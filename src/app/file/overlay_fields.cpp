@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "app/file/project_fields.h"
+#include "app/model/setting_tables.h"
 #include "base/frame_record.h"
 #include "base/xml_fields.h"
 
@@ -25,20 +26,15 @@ void OverlayFields(xml::filter& f,
                    VLOverlay::Stored& o,
                    const std::string& base,
                    int32_t compLength) {
-  f.defaulted("SourceOffset", o.sourceOffset, 0);
+  OverlaySettingFields(f, o, compLength, FilePlace::Lead);
   SequenceFields(f, o.paths, base);
-  // A still image lasts as long as the composition; its default trimming
-  // depends on the frames just read.
-  const int32_t frames = o.paths.size() == 1 ? compLength : int32_t(o.paths.size());
-  f.defaulted_child("Trimming", o.trimming, My::Span{0, frames}, xml::SpanFields);
-  f.defaulted("Match", o.match, 0);
+  OverlaySettingFields(f, o, compLength, FilePlace::Body);
   Size size{o.width, o.height};
   f.defaulted_child("Dim", size, Size{}, SizeFields);
   o.width = size.width;
   o.height = size.height;
-  f.defaulted("AlphaInterpretation", o.alpha, AlphaInterpretation::Premul);
-  f.defaulted("Alignment", o.alignment, Alignment::No);
   if (!f.reading()) return;
+  const int32_t frames = o.paths.size() == 1 ? compLength : int32_t(o.paths.size());
   // The overlay's setters keep these in range, and frame lookups index with
   // them; an edited file gets the same clamps (a no-op for a saved one).
   o.trimming.first = std::clamp(o.trimming.first, 0, frames);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "app/model/setting_tables.h"
 #include "app/ports.h"
 #include "base/errors.h"
 #include "base/frame_record.h"
@@ -15,15 +16,6 @@ namespace {
 void SizeFields(xml::filter& f, uint32_t& width, uint32_t& height) {
   f.defaulted("sx", width, 0u);
   f.defaulted("sy", height, 0u);
-}
-
-void AspectFields(xml::filter& f, PixelAspectRatio& ratio) {
-  f.required("num", ratio.num);
-  f.required("den", ratio.den);
-  // Every use divides by one of the two; a file has no business with zero
-  // or a sign.
-  if (f.reading() && ratio.num <= 0) throw xml::attribute_parse_error("num");
-  if (f.reading() && ratio.den <= 0) throw xml::attribute_parse_error("den");
 }
 
 // Reads the overlay's element; a failure inside it asks whether to go on
@@ -53,20 +45,13 @@ void ReadOverlay(xml::filter& f, ProjectRecord& p, const ProjectContext& context
 
 void ProjectFields(xml::filter& f, ProjectRecord& p, const ProjectContext& context) {
   VLCompSettings& s = p.settings;
-  f.child("WorkArea", [&](xml::filter& c) { xml::SpanFields(c, s.workArea); });
+  CompSettingFields(f, s, int32_t(p.underlay.size()), FilePlace::Lead);
   f.required("CurrentTime", p.currentTime);
   f.required("PreviewTime", p.previewTime);
   f.required("OverlayActive", p.overlayActive);
   f.required("ActiveSegment", p.activeSegment);
   f.child("Dim", [&](xml::filter& c) { SizeFields(c, p.width, p.height); });
-  // The file's default rate is 30, not the 50 of a new composition: files
-  // without the attribute were written with 30 in mind.
-  f.defaulted("Framerate", s.framerate, 30u);
-  f.defaulted_child("PixelAspectRatio", s.pixelAspect, PixelAspectRatio{1, 1}, AspectFields);
-  f.defaulted("StartFrame", s.startFrame, 0);
-  f.defaulted("ExportInaccuracy", s.exportInaccuracy, 0.0f);
-  f.defaulted("Task", s.task, TaskType::Tracking);
-  f.defaulted("ExportModel", s.exportModel, ExportModel::Auto);
+  CompSettingFields(f, s, int32_t(p.underlay.size()), FilePlace::Body);
   f.child("Underlay", [&](xml::filter& c) { SequenceFields(c, p.underlay, context.base); });
 
   xml::filter overlay = f.Sub("Overlay");
@@ -84,7 +69,7 @@ void ProjectFields(xml::filter& f, ProjectRecord& p, const ProjectContext& conte
   if (!f.reading() || !p.overlay.paths.empty()) {
     VLOverlay::Stored& o = p.overlay;
     f.defaulted("first", o.transformSpan.first, 0);
-    f.defaulted_child("InitialTransform", o.initialTransform, types::affine{}, xml::AffineFields);
+    OverlaySettingFields(f, o, int32_t(p.underlay.size()), FilePlace::Root);
     f.list("Transform", p.overlayTransforms, xml::AffineFields);
     if (f.reading()) {
       const int64_t last = int64_t(o.transformSpan.first) + int64_t(p.overlayTransforms.size());

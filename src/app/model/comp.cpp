@@ -4,7 +4,6 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "app/model/comp_actions.h"
 #include "imaging/global_cache.h"
 #include "imaging/image_list.h"
 
@@ -39,6 +38,60 @@ void VLComp::Fire(void (VL::Listener::*event)()) {
   if (VL::Listener* l = interface_.GetListener()) (l->*event)();
 }
 
+// --- reports of the segments and the overlay ----------------------------------
+
+void VLComp::SegmentEventsListener::OnObjectChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnDataChanged() {
+  comp_.RebuildTopPath();
+}
+void VLComp::SegmentEventsListener::OnStateChanged() {
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnLookChanged() {
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+void VLComp::SegmentEventsListener::OnMaskChanged() {
+  if (comp_.hooks.maskChanged && comp_.reporting_) comp_.hooks.maskChanged(*comp_.reporting_);
+  comp_.RefreshView();
+}
+void VLComp::SegmentEventsListener::OnResultsAdded() {
+  comp_.actionQueue_.CountModification();
+  comp_.RefreshView();
+}
+
+void VLComp::OverlayEventsListener::OnObjectChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+void VLComp::OverlayEventsListener::OnDataChanged() {
+  // Cleared: an empty overlay is never the active object.
+  if (comp_.overlayActive_ && comp_.overlay_.IsEmpty()) {
+    comp_.overlayActive_ = false;
+    comp_.Fire(&VL::Listener::OnOverlayActiveChanged);
+    comp_.ShowInPanel(PanelObject::Composition);
+  }
+  comp_.RefreshView();
+}
+void VLComp::OverlayEventsListener::OnStateChanged() {
+  comp_.RebuildTopPath();
+  comp_.RefreshPanel();
+}
+void VLComp::OverlayEventsListener::OnTrimChanged() {
+  OnStateChanged();
+}
+void VLComp::OverlayEventsListener::OnPreviewTimeChanged() {
+  OnStateChanged();
+}
+void VLComp::OverlayEventsListener::OnLookChanged() {
+  comp_.RefreshView();
+  comp_.RefreshPanel();
+}
+
 void VLComp::ShowInPanel(PanelObject object, int32_t segment) {
   panel_.object = object;
   panel_.segment = object == PanelObject::Segment ? segment : -1;
@@ -63,55 +116,14 @@ void VLComp::EnablePopupMenus(bool enable) {
 
 // --- settings ----------------------------------------------------------------
 
-void VLComp::SetFramerateDirect(uint32_t framerate) {
-  framerate = std::max(framerate, 1u);
-  if (framerate == settings_.framerate) return;
-  settings_.framerate = framerate;
-  RefreshPanel();
-}
-
-void VLComp::SetPixelAspectDirect(PixelAspectRatio aspect) {
-  if (aspect.num <= 0 || aspect.den <= 0 || aspect == settings_.pixelAspect) return;
-  settings_.pixelAspect = aspect;
-  RefreshView();
-  RefreshPanel();
-}
-
-void VLComp::SetExportInaccuracyDirect(float inaccuracy) {
-  if (!(inaccuracy >= 0.0f)) inaccuracy = 0.0f;
-  if (inaccuracy == settings_.exportInaccuracy) return;
-  settings_.exportInaccuracy = inaccuracy;
-  RefreshPanel();
-}
-
-void VLComp::SetTaskDirect(TaskType task) {
-  if (task == settings_.task) return;
-  settings_.task = task;
-  RefreshView();
-  RefreshPanel();
-}
-
-void VLComp::SetExportModelDirect(ExportModel model) {
-  if (model == settings_.exportModel) return;
-  settings_.exportModel = model;
-  RefreshPanel();
-}
-
-void VLComp::SetStartFrameDirect(int32_t frame) {
-  if (frame == settings_.startFrame) return;
-  settings_.startFrame = frame;
-  Fire(&VL::Listener::OnObjectChanged);
-  RefreshPanel();
-}
-
-void VLComp::SetWorkAreaDirect(My::Span area) {
-  const int32_t length = GetLength();
-  area.first = std::clamp(area.first, 0, length);
-  area.last = std::clamp(area.last, area.first, length);
-  if (area == settings_.workArea) return;
-  settings_.workArea = area;
-  Fire(&VL::Listener::OnObjectChanged);
-  RefreshPanel();
+void VLComp::ApplySettings(const VLCompSettings& next) {
+  const VLCompSettings old = settings_;
+  settings_ = next;
+  const bool view = !(old.pixelAspect == next.pixelAspect) || old.task != next.task;
+  const bool object = old.startFrame != next.startFrame || !(old.workArea == next.workArea);
+  if (view) RefreshView();
+  if (object) Fire(&VL::Listener::OnObjectChanged);
+  if (!(old == next)) RefreshPanel();
 }
 
 // --- time --------------------------------------------------------------------
@@ -153,6 +165,11 @@ std::string VLComp::GetCurrentTimeText() const {
 }
 
 // --- segments and the active object ------------------------------------------
+
+bool VLComp::IsActive(const VLSegment& segment) const {
+  return activeSegment_ >= 0 && activeSegment_ < GetSegmentCount() &&
+         segments_[size_t(activeSegment_)].get() == &segment;
+}
 
 int32_t VLComp::IndexOf(const VLSegment* segment) const {
   for (size_t i = 0; i < segments_.size(); ++i)
@@ -434,119 +451,4 @@ void VLComp::TakeOverActive(int32_t activeSegment, bool overlayActive) {
 void VLComp::AdoptSegment(std::unique_ptr<VLSegment> segment) {
   segment->AttachToComposition(*this);
   segments_.push_back(std::move(segment));
-}
-
-// --- VLCompInterface ---------------------------------------------------------
-
-namespace {
-template <class A, class... Args>
-void Push(VLComp& comp, Args&&... args) {
-  comp.GetActionQueue().Push(std::make_unique<A>(comp, std::forward<Args>(args)...));
-}
-}  // namespace
-
-bool VLCompInterface::IsEmpty() const {
-  return comp_.IsEmpty();
-}
-int32_t VLCompInterface::GetStartFrame() const {
-  return comp_.GetStartFrame();
-}
-void VLCompInterface::SetStartFrame(int32_t frame) {
-  Push<StartFrameAction>(comp_, frame);
-}
-int32_t VLCompInterface::GetLength() const {
-  return comp_.GetLength();
-}
-My::Span VLCompInterface::GetWorkArea() const {
-  return comp_.GetWorkArea();
-}
-void VLCompInterface::SetWorkArea(int32_t first, int32_t last) {
-  Push<WorkAreaAction>(comp_, My::Span{first, last});
-}
-int32_t VLCompInterface::GetCurrentTime() const {
-  return comp_.GetCurrentTime();
-}
-void VLCompInterface::SetCurrentTime(int32_t time) {
-  comp_.SetCurrentTime(time);
-}
-int32_t VLCompInterface::GetPreviewTime() const {
-  return comp_.GetPreviewTime();
-}
-void VLCompInterface::SetPreviewTime(int32_t time) {
-  comp_.SetPreviewTime(time, true);
-}
-int32_t VLCompInterface::GetSegmentCount() const {
-  return comp_.GetSegmentCount();
-}
-VL::Segment& VLCompInterface::GetSegment(int32_t index) {
-  return comp_.GetSegmentObject(index).GetInterface();
-}
-int32_t VLCompInterface::GetActiveSegment() const {
-  return comp_.GetActiveSegment();
-}
-void VLCompInterface::SetActiveSegment(int32_t index) {
-  comp_.SetActiveSegment(index);
-}
-VL::Overlay& VLCompInterface::GetOverlay() {
-  return comp_.GetOverlay().GetInterface();
-}
-bool VLCompInterface::IsOverlayActive() const {
-  return comp_.IsOverlayActive();
-}
-void VLCompInterface::SetOverlayActive(bool active) {
-  comp_.SetOverlayActive(active);
-}
-void VLCompInterface::SelectSegment(int32_t index) {
-  Push<SelectAction>(comp_, std::vector<int32_t>{index});
-}
-void VLCompInterface::SelectSegments(const std::vector<int32_t>& indices) {
-  Push<SelectAction>(comp_, indices);
-}
-void VLCompInterface::DeselectSegment(int32_t index) {
-  Push<DeselectAction>(comp_, std::vector<int32_t>{index});
-}
-void VLCompInterface::SelectAll() {
-  comp_.GetActionQueue().Push(SelectAction::All(comp_));
-}
-void VLCompInterface::DeselectAll() {
-  comp_.GetActionQueue().Push(DeselectAction::All(comp_));
-}
-void VLCompInterface::CreateSegment(int32_t time, bool copyActive) {
-  Push<CreateSegmentAction>(comp_, time, copyActive);
-}
-void VLCompInterface::DeleteActiveSegment() {
-  Push<DeleteSegmentAction>(comp_);
-}
-void VLCompInterface::MoveActiveSegment(int32_t index) {
-  Push<MoveSegmentAction>(comp_, index);
-}
-uint32_t VLCompInterface::GetFramerate() const {
-  return comp_.GetFramerate();
-}
-PixelAspectRatio VLCompInterface::GetPixelAspect() const {
-  return comp_.GetPixelAspect();
-}
-float VLCompInterface::GetExportInaccuracy() const {
-  return comp_.GetExportInaccuracy();
-}
-TaskType VLCompInterface::GetTask() const {
-  return comp_.GetTask();
-}
-ExportModel VLCompInterface::GetExportModel() const {
-  return comp_.GetExportModel();
-}
-void VLCompInterface::SetFramerate(uint32_t framerate) {
-  Push<FramerateAction>(comp_, framerate);
-}
-void VLCompInterface::SetPixelAspect(const PixelAspectRatio& aspect) {
-  Push<PixelAspectAction>(comp_, aspect);
-}
-void VLCompInterface::SetExportInaccuracy(float inaccuracy) {
-  Push<ExportInaccuracyAction>(comp_, inaccuracy);
-}
-void VLCompInterface::SetTask(TaskType task) {
-  Push<TaskTypeAction>(comp_, task);
-}
-void VLCompInterface::SetExportModel(ExportModel model) {
-  Push<ExportModelAction>(comp_, model);
 }

@@ -16,11 +16,12 @@
 #include <vector>
 
 #include "app/model/action_queue.h"
+#include "app/model/host.h"
 #include "app/model/interfaces.h"
 #include "app/model/jobs.h"
 #include "app/model/overlay.h"
-#include "app/model/properties_access.h"
 #include "app/model/segment.h"
+#include "app/model/settings.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
 #include "base/pixel_aspect.h"
@@ -38,7 +39,7 @@ struct PanelState {
   std::string Title() const;
 };
 
-class VLCompInterface : public VL::Composition, public app::CompositionAccess {
+class VLCompInterface : public VL::Composition, public app::SettingsObject<VLComp> {
  public:
   explicit VLCompInterface(VLComp& comp) : comp_(comp) {}
 
@@ -69,16 +70,9 @@ class VLCompInterface : public VL::Composition, public app::CompositionAccess {
   void MoveActiveSegment(int32_t index) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
 
-  uint32_t GetFramerate() const override;
-  void SetFramerate(uint32_t framerate) override;  // "Change Framerate"
-  PixelAspectRatio GetPixelAspect() const override;
-  void SetPixelAspect(const PixelAspectRatio& aspect) override;  // "Change Pixel Aspect Ratio"
-  float GetExportInaccuracy() const override;
-  void SetExportInaccuracy(float inaccuracy) override;  // "Change Export Inaccuracy"
-  TaskType GetTask() const override;
-  void SetTask(TaskType task) override;  // "Change Task"
-  ExportModel GetExportModel() const override;
-  void SetExportModel(ExportModel model) override;  // "Change Export Model"
+  VLComp& SettingsOwner() override { return comp_; }
+  const VLComp& SettingsOwner() const override { return comp_; }
+  VLActionQueue& SettingsQueue() override;
 
   VL::Listener* GetListener() const { return listener_; }
 
@@ -96,6 +90,8 @@ struct VLCompSettings {
   ExportModel exportModel = ExportModel::Auto;
   int32_t startFrame = 0;  // the number shown for frame 0
   My::Span workArea;
+  // Field by field; floats compare by value.
+  friend bool operator==(const VLCompSettings&, const VLCompSettings&) = default;
 };
 
 // What the composition calls on the program around it; each may be empty.
@@ -106,7 +102,7 @@ struct VLCompHooks {
   std::function<void(VLSegment&)> maskChanged;  // the view and the mask editor reload
 };
 
-class VLComp {
+class VLComp : public VLHost {
  public:
   // `dialogs` and `view` may be null (no questions asked, no view to refresh).
   explicit VLComp(app::OperationStack& operations,
@@ -114,7 +110,7 @@ class VLComp {
                   app::ViewSurface* view = nullptr);
   VLComp(const VLComp&) = delete;
   VLComp& operator=(const VLComp&) = delete;
-  ~VLComp();
+  ~VLComp() override;
 
   VLCompHooks hooks;
   // New segments take these parameters; the overlay's first import takes
@@ -125,18 +121,18 @@ class VLComp {
 
   VLCompInterface& GetInterface() { return interface_; }
   app::OperationStack& GetOperations() { return operations_; }
-  app::UserDialogs* GetDialogs() const { return dialogs_; }
+  app::UserDialogs* GetDialogs() const override { return dialogs_; }
   // The tracking jobs; NoJobs until the program gives its processor.
-  app::Jobs& GetJobs() const { return *jobs_; }
+  app::Jobs& GetJobs() const override { return *jobs_; }
   void SetJobs(app::Jobs* jobs) { jobs_ = jobs ? jobs : &noJobs_; }
   VLActionQueue& GetActionQueue() { return actionQueue_; }
   const VLActionQueue& GetActionQueue() const { return actionQueue_; }
 
   bool IsEmpty() const { return underlay_.empty(); }
-  int32_t GetLength() const { return int32_t(underlay_.size()); }
+  int32_t GetLength() const override { return int32_t(underlay_.size()); }
   const std::vector<std::string>& GetUnderlay() const { return underlay_; }
-  uint32_t GetWidth() const { return width_; }
-  uint32_t GetHeight() const { return height_; }
+  uint32_t GetWidth() const override { return width_; }
+  uint32_t GetHeight() const override { return height_; }
   const std::string& GetProjectPath() const { return projectPath_; }
 
   const VLCompSettings& GetSettings() const { return settings_; }
@@ -145,19 +141,16 @@ class VLComp {
   float GetExportInaccuracy() const { return settings_.exportInaccuracy; }
   TaskType GetTask() const { return settings_.task; }
   ExportModel GetExportModel() const { return settings_.exportModel; }
-  int32_t GetStartFrame() const { return settings_.startFrame; }
+  int32_t GetStartFrame() const override { return settings_.startFrame; }
   My::Span GetWorkArea() const { return settings_.workArea; }
-  // Direct setters of the undo actions: they compare, and a value equal to
-  // the stored one changes nothing and fires nothing.
-  void SetFramerateDirect(uint32_t framerate);  // at least 1
-  void SetPixelAspectDirect(PixelAspectRatio aspect);
-  void SetExportInaccuracyDirect(float inaccuracy);
-  void SetTaskDirect(TaskType task);
-  void SetExportModelDirect(ExportModel model);
-  void SetStartFrameDirect(int32_t frame);
-  void SetWorkAreaDirect(My::Span area);  // clamped into 0..length, first <= last
+  // Stores the settings (setting_tables.cpp clamps them first); whom a
+  // change concerns hears of it, and equal settings change nothing.
+  void ApplySettings(const VLCompSettings& settings);
+  // The work area's row of the settings table, by its older name: clamped
+  // into 0..length, first <= last; no undo step.
+  void SetWorkAreaDirect(My::Span area);
 
-  int32_t GetCurrentTime() const { return currentTime_; }
+  int32_t GetCurrentTime() const override { return currentTime_; }
   int32_t GetPreviewTime() const { return previewTime_; }
   // Stops the view, clamps into the composition, and moves the preview along.
   void SetCurrentTime(int32_t time);
@@ -176,15 +169,16 @@ class VLComp {
 
   int32_t GetActiveSegment() const { return activeSegment_; }
   void SetActiveSegment(int32_t index);
-  bool IsOverlayActive() const { return overlayActive_; }
+  bool IsOverlayActive() const override { return overlayActive_; }
+  bool IsActive(const VLSegment& segment) const override;
   void SetOverlayActive(bool active);
 
   VLOverlay& GetOverlay() { return overlay_; }
   const VLOverlay& GetOverlay() const { return overlay_; }
 
   // The segment in the mask editor, or null.
-  VLSegment* GetEditedSegment() const { return edited_; }
-  void SetEditedSegment(VLSegment* segment) { edited_ = segment; }
+  VLSegment* GetEditedSegment() const override { return edited_; }
+  void SetEditedSegment(VLSegment* segment) override { edited_ = segment; }
 
   // Index of the ruling segment per frame (-1: none), and the frames where a
   // new run of equal rulers starts.
@@ -193,7 +187,7 @@ class VLComp {
   void RebuildTopPath();
   void UpdateOverlaySpan();
   // The transformation from frame a to frame b along the top path.
-  types::affine TransformBetween(int32_t a, int32_t b) const;
+  types::affine TransformBetween(int32_t a, int32_t b) const override;
   // Whether frames of [first, last) are still to come from a running job.
   bool IsProcessingInside(int32_t first, int32_t last) const;
 
@@ -235,9 +229,50 @@ class VLComp {
   // Calls `event` on the composition's listener, if any.
   void Fire(void (VL::Listener::*event)());
 
+  // VLHost.
+  VLComp& Composition() override { return *this; }
+  Alignment GetDefaultAlignment() const override { return defaultAlignment; }
+  AlphaInterpretation GetDefaultAlpha() const override { return defaultAlpha; }
+  VL::Listener& SegmentEvents(VLSegment& source) override {
+    reporting_ = &source;
+    return segmentEvents_;
+  }
+  VL::Listener& OverlayEvents() override { return overlayEvents_; }
+
  private:
+  // What the composition makes of its segments' and its overlay's reports.
+  class SegmentEventsListener : public VL::Listener {
+   public:
+    explicit SegmentEventsListener(VLComp& comp) : comp_(comp) {}
+    void OnObjectChanged() override;
+    void OnDataChanged() override;
+    void OnStateChanged() override;
+    void OnLookChanged() override;
+    void OnMaskChanged() override;
+    void OnResultsAdded() override;
+
+   private:
+    VLComp& comp_;
+  };
+  class OverlayEventsListener : public VL::Listener {
+   public:
+    explicit OverlayEventsListener(VLComp& comp) : comp_(comp) {}
+    void OnObjectChanged() override;
+    void OnDataChanged() override;
+    void OnStateChanged() override;
+    void OnTrimChanged() override;
+    void OnPreviewTimeChanged() override;
+    void OnLookChanged() override;
+
+   private:
+    VLComp& comp_;
+  };
+
   bool Continuous(int32_t frame) const;
 
+  SegmentEventsListener segmentEvents_{*this};
+  VLSegment* reporting_ = nullptr;  // the segment whose report is being heard
+  OverlayEventsListener overlayEvents_{*this};
   VLCompInterface interface_;
   VLCompSettings settings_;
   int32_t currentTime_ = -1;

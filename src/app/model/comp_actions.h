@@ -1,4 +1,5 @@
-// Undo steps on the composition: its settings and its list of segments.
+// Undo steps on the composition's list of segments (its settings change
+// through the generic SettingAction).
 #pragma once
 
 #include <memory>
@@ -7,48 +8,6 @@
 
 #include "app/model/action.h"
 #include "app/model/comp.h"
-
-template <class T, auto Getter, auto Setter>
-using CompValueAction = MemberValueAction<ChangeValueAction<T>, VLComp, T, Getter, Setter>;
-
-class StartFrameAction
-    : public CompValueAction<int32_t, &VLComp::GetStartFrame, &VLComp::SetStartFrameDirect> {
- public:
-  StartFrameAction(VLComp& c, int32_t v) : MemberValueAction(c, v, "Change Start Frame") {}
-};
-class WorkAreaAction
-    : public CompValueAction<My::Span, &VLComp::GetWorkArea, &VLComp::SetWorkAreaDirect> {
- public:
-  WorkAreaAction(VLComp& c, My::Span v) : MemberValueAction(c, v, "Change Work Area") {}
-};
-class FramerateAction
-    : public CompValueAction<uint32_t, &VLComp::GetFramerate, &VLComp::SetFramerateDirect> {
- public:
-  FramerateAction(VLComp& c, uint32_t v) : MemberValueAction(c, v, "Change Framerate") {}
-};
-class PixelAspectAction : public CompValueAction<PixelAspectRatio,
-                                                 &VLComp::GetPixelAspect,
-                                                 &VLComp::SetPixelAspectDirect> {
- public:
-  PixelAspectAction(VLComp& c, PixelAspectRatio v)
-      : MemberValueAction(c, v, "Change Pixel Aspect Ratio") {}
-};
-class ExportInaccuracyAction : public CompValueAction<float,
-                                                      &VLComp::GetExportInaccuracy,
-                                                      &VLComp::SetExportInaccuracyDirect> {
- public:
-  ExportInaccuracyAction(VLComp& c, float v)
-      : MemberValueAction(c, v, "Change Export Inaccuracy") {}
-};
-class TaskTypeAction : public CompValueAction<TaskType, &VLComp::GetTask, &VLComp::SetTaskDirect> {
- public:
-  TaskTypeAction(VLComp& c, TaskType v) : MemberValueAction(c, v, "Change Task") {}
-};
-class ExportModelAction
-    : public CompValueAction<ExportModel, &VLComp::GetExportModel, &VLComp::SetExportModelDirect> {
- public:
-  ExportModelAction(VLComp& c, ExportModel v) : MemberValueAction(c, v, "Change Export Model") {}
-};
 
 // A new segment on top of the stack, made once at construction (with a
 // project open) and kept by the action while it is not in the list.

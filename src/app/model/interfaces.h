@@ -28,6 +28,12 @@ class Listener {
   virtual void OnPreviewTimeChanged() {}
   virtual void OnOverlayActiveChanged() {}
   virtual void OnActiveSegmentChanged() {}
+  // What only the picture shows changed (parameters, the overlay's look).
+  virtual void OnLookChanged() {}
+  // A segment's mask changed: the view and the mask editor reload it.
+  virtual void OnMaskChanged() {}
+  // A tracked frame of a segment arrived on the owning thread.
+  virtual void OnResultsAdded() {}
 };
 
 using Mask = img::bitmap<img::bit1>;

@@ -20,9 +20,12 @@ class Jobs {
   // with nothing done, when it is not idle or has nothing left to track.
   virtual bool enqueue(VLSegment& segment) = 0;
   // Takes the segment out of the queue, or asks its run to stop at the next
-  // check. Returns at once; the segment turns idle when the worker's status
-  // message arrives.
+  // check and waits until the worker has let go of it, then runs the
+  // messages its run left. The segment is idle afterwards and may be
+  // deleted at once.
   virtual void remove(VLSegment& segment) = 0;
+  // The worker has the segment in hand (its run may not have begun yet).
+  virtual bool in_hand(const VLSegment& segment) const = 0;
   // The same for every segment; returns at once.
   virtual void cancel_all() = 0;
   // Cancels every job and returns only when the worker is idle, however long
@@ -39,6 +42,7 @@ class NoJobs : public Jobs {
   bool any_running() const override { return false; }
   bool enqueue(VLSegment&) override { return false; }
   void remove(VLSegment&) override {}
+  bool in_hand(const VLSegment&) const override { return false; }
   void cancel_all() override {}
   void cancel_all_and_wait() override {}
   void wait_until(const std::function<bool()>&) override {}

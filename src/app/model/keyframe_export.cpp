@@ -1,6 +1,5 @@
 #include "app/model/keyframe_export.h"
 
-#include "app/commands/command_rules.h"
 #include "app/model/comp.h"
 #include "base/errors.h"
 #include "exchange/motion_json.h"
@@ -15,14 +14,13 @@ void RequireTransforms(const VLComp& comp) {
 
 }  // namespace
 
+bool TransformsToExport(bool projectOpen, bool overlayHasFrames, bool transformSpanEmpty) {
+  return projectOpen && overlayHasFrames && !transformSpanEmpty;
+}
+
 bool HasTransformsToExport(const VLComp& comp) {
-  // The rule lives with the other commands' rules; this only fills the part
-  // of the snapshot it reads.
-  CommandSnapshot state;
-  state.projectOpen = !comp.IsEmpty();
-  state.overlayHasFrames = !comp.GetOverlay().IsEmpty();
-  state.transformSpanEmpty = comp.GetOverlay().GetTransformSpan().empty();
-  return CanCopyTransforms(state);
+  return TransformsToExport(!comp.IsEmpty(), !comp.GetOverlay().IsEmpty(),
+                            comp.GetOverlay().GetTransformSpan().empty());
 }
 
 Transformations OverlayTransformations(VLComp& comp, const ExportOverrides& overrides) {

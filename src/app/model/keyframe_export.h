@@ -23,6 +23,10 @@ struct ExportOverrides {
   std::optional<TaskType> task;
 };
 
+// The rule of Copy Transforms and Export Transforms on the facts it reads;
+// the commands' rules and HasTransformsToExport both ask it.
+bool TransformsToExport(bool projectOpen, bool overlayHasFrames, bool transformSpanEmpty);
+
 // Whether there is motion to export: a project is open, the overlay has
 // frames and its transform span is not empty (the rule of Copy Transforms
 // and Export Transforms).

@@ -3,98 +3,33 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "app/model/comp.h"
-#include "app/model/overlay_actions.h"
+#include "app/ports.h"
 #include "imaging/image_list.h"
-
-// --- VLOverlayInterface ------------------------------------------------------
-
-namespace {
-template <class A, class... Args>
-void Push(VLComp& comp, Args&&... args) {
-  comp.GetActionQueue().Push(std::make_unique<A>(std::forward<Args>(args)...));
-}
-}  // namespace
-
-void VLOverlayInterface::Import(const std::vector<std::string>& paths) {
-  Push<OverlayImportAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition(), paths);
-}
-void VLOverlayInterface::Clear() {
-  Push<OverlayClearAction>(overlay_.GetComposition(), overlay_, overlay_.GetComposition());
-}
-bool VLOverlayInterface::IsEmpty() const {
-  return overlay_.IsEmpty();
-}
-bool VLOverlayInterface::IsStill() const {
-  return overlay_.IsStill();
-}
-bool VLOverlayInterface::IsActive() const {
-  return overlay_.GetComposition().IsOverlayActive();
-}
-int32_t VLOverlayInterface::GetSourceOffset() const {
-  return overlay_.GetSourceOffset();
-}
-void VLOverlayInterface::SetSourceOffset(int32_t offset) {
-  Push<OverlayOffsetAction>(overlay_.GetComposition(), overlay_, offset);
-}
-int32_t VLOverlayInterface::GetFrameCount() const {
-  return overlay_.GetFrameCount();
-}
-My::Span VLOverlayInterface::GetTrimming() const {
-  return overlay_.GetTrimming();
-}
-void VLOverlayInterface::SetTrimming(int32_t first, int32_t last) {
-  Push<OverlayTrimmingAction>(overlay_.GetComposition(), overlay_, My::Span{first, last});
-}
-My::Span VLOverlayInterface::GetTransformSpan() const {
-  return overlay_.GetTransformSpan();
-}
-int32_t VLOverlayInterface::GetMatch() const {
-  return overlay_.GetMatch();
-}
-void VLOverlayInterface::SetMatch(int32_t frame) {
-  Push<OverlayMatchAction>(overlay_.GetComposition(), overlay_, frame);
-}
-const types::affine& VLOverlayInterface::GetInitialTransform() const {
-  return overlay_.GetInitialTransform();
-}
-void VLOverlayInterface::SetInitialTransform(const types::affine& transform) {
-  Push<OverlayTransformAction>(overlay_.GetComposition(), overlay_, transform);
-}
-Alignment VLOverlayInterface::GetAlignment() const {
-  return overlay_.GetAlignment();
-}
-void VLOverlayInterface::SetAlignment(Alignment alignment) {
-  Push<OverlayAlignmentAction>(overlay_.GetComposition(), overlay_, alignment);
-}
-AlphaInterpretation VLOverlayInterface::GetAlpha() const {
-  return overlay_.GetAlpha();
-}
-void VLOverlayInterface::SetAlpha(AlphaInterpretation alpha) {
-  Push<OverlayAlphaAction>(overlay_.GetComposition(), overlay_, alpha);
-}
 
 // --- VLOverlay ---------------------------------------------------------------
 
-VLOverlay::VLOverlay(VLComp& composition) : composition_(composition), interface_(*this) {}
+VLOverlay::VLOverlay(VLHost& host) : host_(host), interface_(*this) {}
 
 void VLOverlay::Fire(void (VL::Listener::*event)()) {
   if (VL::Listener* l = interface_.GetListener()) (l->*event)();
 }
 
+void VLOverlay::Report(void (VL::Listener::*event)()) {
+  Fire(event);
+  (host_.OverlayEvents().*event)();
+}
+
 int32_t VLOverlay::GetFrameCount() const {
-  return IsStill() ? composition_.GetLength() : int32_t(paths_.size());
+  return IsStill() ? host_.GetLength() : int32_t(paths_.size());
 }
 
 void VLOverlay::SetSourceOffsetDirect(int32_t offset) {
   if (IsStill()) return;
   // At least the edge of the visible footage touches the composition.
-  offset = std::clamp(offset, -trimming_.last, composition_.GetLength() - trimming_.first);
+  offset = std::clamp(offset, -trimming_.last, host_.GetLength() - trimming_.first);
   if (offset == sourceOffset_) return;
   sourceOffset_ = offset;
-  Fire(&VL::Listener::OnStateChanged);
-  composition_.RebuildTopPath();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnStateChanged);
 }
 
 void VLOverlay::SetTrimmingDirect(int32_t first, int32_t last) {
@@ -103,18 +38,14 @@ void VLOverlay::SetTrimmingDirect(int32_t first, int32_t last) {
                       std::min(std::max(std::max(first, last), 0), frames)};
   if (span == trimming_) return;
   trimming_ = span;
-  Fire(&VL::Listener::OnTrimChanged);
-  composition_.RebuildTopPath();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnTrimChanged);
 }
 
 void VLOverlay::SetMatchDirect(int32_t frame) {
-  frame = std::clamp(frame, 0, std::max(composition_.GetLength() - 1, 0));
+  frame = std::clamp(frame, 0, std::max(host_.GetLength() - 1, 0));
   if (frame == match_) return;
   match_ = frame;
-  Fire(&VL::Listener::OnPreviewTimeChanged);
-  composition_.RebuildTopPath();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnPreviewTimeChanged);
 }
 
 void VLOverlay::SetInitialTransformDirect(const types::affine& transform) {
@@ -126,25 +57,23 @@ void VLOverlay::SetInitialTransformDirect(const types::affine& transform) {
     std::lock_guard lock(transformsLock_);
     std::fill(transformKnown_.begin(), transformKnown_.end(), 0);
   }
-  composition_.RefreshView();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnLookChanged);
 }
 
 void VLOverlay::SetAlignmentDirect(Alignment alignment) {
   if (alignment == alignment_) return;
   alignment_ = alignment;
   ApplyAlignment();
-  composition_.RefreshView();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnLookChanged);
 }
 
 void VLOverlay::ApplyAlignment() {
-  if (alignment_ == Alignment::No || IsEmpty() || composition_.IsEmpty()) return;
+  if (alignment_ == Alignment::No || IsEmpty() || host_.GetLength() == 0) return;
   // The differences are unsigned on purpose: an overlay larger than the
   // underlay moves by nearly 2^32 pixels, not by a small negative amount.
   // Projects and exported keys depend on that; it must stay.
-  const uint32_t dx = composition_.GetWidth() - width_;
-  const uint32_t dy = composition_.GetHeight() - height_;
+  const uint32_t dx = host_.GetWidth() - width_;
+  const uint32_t dy = host_.GetHeight() - height_;
   types::affine t;
   if (alignment_ == Alignment::TopRightCorner || alignment_ == Alignment::BottomRightCorner)
     t.x = double(dx);
@@ -158,19 +87,18 @@ void VLOverlay::ApplyAlignment() {
 void VLOverlay::SetAlphaDirect(AlphaInterpretation alpha) {
   if (alpha == alpha_) return;
   alpha_ = alpha;
-  composition_.RefreshView();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnLookChanged);
 }
 
 bool VLOverlay::ImportDirect(const std::vector<std::string>& paths, bool askAboutAlpha) {
-  if (composition_.IsEmpty()) return false;
+  if (host_.GetLength() == 0) return false;
   if (paths.empty()) throw std::runtime_error("no images in sequence");
   const bool wasEmpty = IsEmpty();
   img::frame_size size;
   bool hasAlpha = false;
   img::read_image_size(paths.front(), size, &hasAlpha);
-  if (askAboutAlpha && !hasAlpha && composition_.GetDialogs()) {
-    const app::Answer answer = composition_.GetDialogs()->ask(
+  if (askAboutAlpha && !hasAlpha && host_.GetDialogs()) {
+    const app::Answer answer = host_.GetDialogs()->ask(
         "You have an image with no Alpha channel.\nWhen loaded as Overlay it will not lead to\n"
         "meaningful results. Proceed?",
         app::Buttons::OkCancel, app::Icon::Warning);
@@ -181,28 +109,24 @@ bool VLOverlay::ImportDirect(const std::vector<std::string>& paths, bool askAbou
   paths_ = paths;
   // A sequence starts at the current time; a still image covers the whole
   // composition. Either stands as imported at the current time.
-  const int32_t now = std::max(composition_.GetCurrentTime(), 0);
+  const int32_t now = std::max(host_.GetCurrentTime(), 0);
   sourceOffset_ = IsStill() ? 0 : now;
   trimming_ = {0, GetFrameCount()};
   match_ = now;
   if (wasEmpty) {
     // A replacing import keeps alignment, alpha and initial transform.
-    alignment_ = composition_.defaultAlignment;
-    alpha_ = composition_.defaultAlpha;
+    alignment_ = host_.GetDefaultAlignment();
+    alpha_ = host_.GetDefaultAlpha();
     ApplyAlignment();
   }
-  Fire(&VL::Listener::OnObjectChanged);
-  composition_.RebuildTopPath();
-  composition_.RefreshView();
-  composition_.RefreshPanel();
+  Report(&VL::Listener::OnObjectChanged);
   return true;
 }
 
 void VLOverlay::ClearDirect() {
-  if (composition_.IsOverlayActive()) composition_.SetOverlayActive(false);
   Reset();
-  Fire(&VL::Listener::OnDataChanged);
-  composition_.RefreshView();
+  // The composition deactivates an empty overlay.
+  Report(&VL::Listener::OnDataChanged);
 }
 
 void VLOverlay::Reset() {
@@ -231,7 +155,7 @@ void VLOverlay::SetTransformSpan(int32_t first, int32_t last) {
 }
 
 types::affine VLOverlay::GetTransform(int32_t frame) {
-  if (!transformSpan_.contains(frame)) return composition_.TransformBetween(match_, frame);
+  if (!transformSpan_.contains(frame)) return host_.TransformBetween(match_, frame);
   const size_t i = size_t(frame - transformSpan_.first);
   {
     std::lock_guard lock(transformsLock_);
@@ -239,7 +163,7 @@ types::affine VLOverlay::GetTransform(int32_t frame) {
   }
   // Computed outside the lock: two threads may compute the same entry, and
   // both get the same value.
-  const types::affine t = composition_.TransformBetween(match_, frame);
+  const types::affine t = host_.TransformBetween(match_, frame);
   std::lock_guard lock(transformsLock_);
   transforms_[i] = t;
   transformKnown_[i] = 1;

@@ -10,13 +10,14 @@
 #include <string>
 #include <vector>
 
+#include "app/model/host.h"
 #include "app/model/interfaces.h"
-#include "app/model/properties_access.h"
+#include "app/model/settings.h"
 
 class VLComp;
 class VLOverlay;
 
-class VLOverlayInterface : public VL::Overlay, public app::OverlayAccess {
+class VLOverlayInterface : public VL::Overlay, public app::SettingsObject<VLOverlay> {
  public:
   explicit VLOverlayInterface(VLOverlay& overlay) : overlay_(overlay) {}
 
@@ -41,6 +42,10 @@ class VLOverlayInterface : public VL::Overlay, public app::OverlayAccess {
   void SetAlpha(AlphaInterpretation alpha) override;
   void SetListener(VL::Listener* listener) override { listener_ = listener; }
 
+  VLOverlay& SettingsOwner() override { return overlay_; }
+  const VLOverlay& SettingsOwner() const override { return overlay_; }
+  VLActionQueue& SettingsQueue() override;
+
   VL::Listener* GetListener() const { return listener_; }
 
  private:
@@ -64,12 +69,12 @@ class VLOverlay {
     types::affine initialTransform;
   };
 
-  explicit VLOverlay(VLComp& composition);
+  explicit VLOverlay(VLHost& host);
   VLOverlay(const VLOverlay&) = delete;
   VLOverlay& operator=(const VLOverlay&) = delete;
 
   VLOverlayInterface& GetInterface() { return interface_; }
-  VLComp& GetComposition() const { return composition_; }
+  VLComp& GetComposition() const { return host_.Composition(); }
 
   bool IsEmpty() const { return paths_.empty(); }
   bool IsStill() const { return paths_.size() == 1; }
@@ -86,11 +91,10 @@ class VLOverlay {
   Alignment GetAlignment() const { return alignment_; }
   const types::affine& GetInitialTransform() const { return initialTransform_; }
 
-  // Direct setters of the undo actions; each compares first and does
-  // nothing for an unchanged value.
+  // The setters of the settings' table (setting_tables.cpp); each clamps,
+  // compares first and does nothing for an unchanged value.
   void SetSourceOffsetDirect(int32_t offset);  // not for a still image
   void SetTrimmingDirect(int32_t first, int32_t last);
-  void SetTrimmingSpan(My::Span span) { SetTrimmingDirect(span.first, span.last); }
   void SetMatchDirect(int32_t frame);
   void SetInitialTransformDirect(const types::affine& transform);  // clears the alignment
   void SetAlignmentDirect(Alignment alignment);
@@ -124,9 +128,11 @@ class VLOverlay {
   Stored GetStored() const;
 
  private:
+  // Tells the overlay's own listener, then the composition.
+  void Report(void (VL::Listener::*event)());
   void Fire(void (VL::Listener::*event)());
 
-  VLComp& composition_;
+  VLHost& host_;
   VLOverlayInterface interface_;
   int32_t sourceOffset_ = 0;
   My::Span trimming_;

@@ -7,62 +7,6 @@
 #include "app/model/action.h"
 #include "app/model/overlay.h"
 
-class OverlayOffsetAction : public MemberValueAction<ChangeValueAction<int32_t>,
-                                                     VLOverlay,
-                                                     int32_t,
-                                                     &VLOverlay::GetSourceOffset,
-                                                     &VLOverlay::SetSourceOffsetDirect> {
- public:
-  OverlayOffsetAction(VLOverlay& o, int32_t v) : MemberValueAction(o, v, "Change Offset") {}
-};
-
-class OverlayTrimmingAction : public MemberValueAction<ChangeValueAction<My::Span>,
-                                                       VLOverlay,
-                                                       My::Span,
-                                                       &VLOverlay::GetTrimming,
-                                                       &VLOverlay::SetTrimmingSpan> {
- public:
-  OverlayTrimmingAction(VLOverlay& o, My::Span v) : MemberValueAction(o, v, "Trim Overlay") {}
-};
-
-class OverlayMatchAction : public MemberValueAction<ChangeValueAction<int32_t>,
-                                                    VLOverlay,
-                                                    int32_t,
-                                                    &VLOverlay::GetMatch,
-                                                    &VLOverlay::SetMatchDirect> {
- public:
-  OverlayMatchAction(VLOverlay& o, int32_t v) : MemberValueAction(o, v, "Change Match Frame") {}
-};
-
-class OverlayTransformAction : public MemberValueAction<ChangeValueByRefAction<types::affine>,
-                                                        VLOverlay,
-                                                        types::affine,
-                                                        &VLOverlay::GetInitialTransform,
-                                                        &VLOverlay::SetInitialTransformDirect> {
- public:
-  OverlayTransformAction(VLOverlay& o, const types::affine& v)
-      : MemberValueAction(o, v, "Change Transformation") {}
-};
-
-class OverlayAlignmentAction : public MemberValueAction<ChangeValueAction<Alignment>,
-                                                        VLOverlay,
-                                                        Alignment,
-                                                        &VLOverlay::GetAlignment,
-                                                        &VLOverlay::SetAlignmentDirect> {
- public:
-  OverlayAlignmentAction(VLOverlay& o, Alignment v) : MemberValueAction(o, v, "Change Alignment") {}
-};
-
-class OverlayAlphaAction : public MemberValueAction<ChangeValueAction<AlphaInterpretation>,
-                                                    VLOverlay,
-                                                    AlphaInterpretation,
-                                                    &VLOverlay::GetAlpha,
-                                                    &VLOverlay::SetAlphaDirect> {
- public:
-  OverlayAlphaAction(VLOverlay& o, AlphaInterpretation v)
-      : MemberValueAction(o, v, "Change Alpha") {}
-};
-
 // Empties the overlay; undo reloads the frames and puts the placement back.
 // The alignment is not part of what it keeps.
 class OverlayClearAction : public Action {

@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "app/model/properties_parse.h"
-#include "app/model/properties_typed.h"
 
 namespace app {
 namespace {
@@ -42,27 +41,6 @@ Property& Property::Add(std::string label, std::unique_ptr<Property> child) {
   auto [where, added] = children_.emplace(std::move(label), std::move(child));
   if (!added) throw std::logic_error("property tree: label used twice: " + where->first);
   return *where->second;
-}
-
-std::string SummaryText(const My::Span& span) {
-  return FormatNumber(span.first) + ", " + FormatNumber(span.last);
-}
-
-// In the order of the element rows' names in memory: x, y, xx, xy, yx, yy.
-std::string SummaryText(const types::affine& a) {
-  std::string text;
-  for (double v : {a.x, a.y, a.xx, a.xy, a.yx, a.yy}) {
-    if (!text.empty()) text += ", ";
-    text += FormatNumber(v);
-  }
-  return text;
-}
-
-std::string PanelTitle(const EditableObject* shown) {
-  if (dynamic_cast<const SegmentAccess*>(shown) != nullptr) return "Segment Properties";
-  if (dynamic_cast<const OverlayAccess*>(shown) != nullptr) return "Overlay Properties";
-  if (dynamic_cast<const CompositionAccess*>(shown) != nullptr) return "Composition Properties";
-  return "Property Editor";
 }
 
 }  // namespace app

@@ -15,6 +15,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "app/model/properties_access.h"
@@ -87,6 +88,9 @@ class Property {
 
   const Children& GetChildren() const { return children_; }
   const Property* Child(std::string_view label) const;
+  Property* Child(std::string_view label) {
+    return const_cast<Property*>(std::as_const(*this).Child(label));
+  }
   bool IsOpen() const { return open_; }
 
   // Adds a child under `label` and returns it. A label already present is a

@@ -4,21 +4,14 @@
 
 #include "app/model/properties_hints.h"
 #include "app/model/properties_typed.h"
+#include "app/model/setting_tables.h"
 
 namespace app {
 namespace {
 
-using C = CompositionAccess;
-using O = OverlayAccess;
 using S = SegmentAccess;
 
-// A hint that does not depend on the value.
-template <class T, std::string (*Text)(HintLanguage)>
-std::string Fixed(HintLanguage language, const T&) {
-  return Text(language);
-}
-
-class ExportGroup final : public PropertyGroup<C> {
+class ExportGroup final : public PropertyGroup<SettingsObject<VLComp>> {
  public:
   std::string HintIn(EditableObjects objects, HintLanguage language) const override {
     return objects.empty() ? std::string() : hints::Export(language);
@@ -98,93 +91,25 @@ void AddSpanElements(Property& parent, const TypedProperty<My::Span>& whole) {
                                  {{"From", &My::Span::first}, {"To", &My::Span::last}});
 }
 
-std::unique_ptr<Property> BuildComposition() {
-  auto root = std::make_unique<PropertyGroup<C>>();
-
-  auto& group = root->Add("Export", std::make_unique<ExportGroup>());
-  group.Add("Framerate", std::make_unique<SimpleProperty<C, uint32_t>>(
-                             [](const C& c) { return c.GetFramerate(); },
-                             [](C& c, const uint32_t& v) { c.SetFramerate(v); },
-                             Fixed<uint32_t, hints::Framerate>));
-  group.Add("Inaccuracy",
-            std::make_unique<SimpleProperty<C, float>>(
-                [](const C& c) { return c.GetExportInaccuracy(); },
-                [](C& c, const float& v) { c.SetExportInaccuracy(v); },
-                [](HintLanguage l, const float& v) { return hints::Inaccuracy(l, v); }));
-  auto aspect = std::make_unique<SimpleProperty<C, PixelAspectRatio>>(
-      [](const C& c) { return c.GetPixelAspect(); },
-      [](C& c, const PixelAspectRatio& v) { c.SetPixelAspect(v); },
-      Fixed<PixelAspectRatio, hints::PixelAspect>);
-  AddElements<PixelAspectRatio, int32_t>(
-      *aspect, *aspect,
-      {{"Horizontal", &PixelAspectRatio::num}, {"Vertical", &PixelAspectRatio::den}});
-  group.Add("Pixel aspect ratio", std::move(aspect));
-  group.Add("Transfrom Model",
-            std::make_unique<SimpleProperty<C, ExportModel>>(
-                [](const C& c) { return c.GetExportModel(); },
-                [](C& c, const ExportModel& v) { c.SetExportModel(v); },
-                [](HintLanguage l, const ExportModel& v) { return hints::TransformModel(l, v); }));
-
-  root->Add("Start frame", std::make_unique<SimpleProperty<C, int32_t>>(
-                               [](const C& c) { return c.GetStartFrame(); },
-                               [](C& c, const int32_t& v) { c.SetStartFrame(v); },
-                               Fixed<int32_t, hints::StartFrame>));
-  root->Add("Task", std::make_unique<SimpleProperty<C, TaskType>>(
-                        [](const C& c) { return c.GetTask(); },
-                        [](C& c, const TaskType& v) { c.SetTask(v); },
-                        [](HintLanguage l, const TaskType& v) { return hints::Task(l, v); }));
-  auto work_area = std::make_unique<SimpleProperty<C, My::Span>>(
-      [](const C& c) { return c.GetWorkArea(); },
-      [](C& c, const My::Span& v) { c.SetWorkArea(v.first, v.last); },
-      Fixed<My::Span, hints::WorkArea>);
-  AddSpanElements(*work_area, *work_area);
-  root->Add("Work area", std::move(work_area));
-  return root;
-}
-
-std::unique_ptr<Property> BuildOverlay() {
-  auto root = std::make_unique<PropertyGroup<O>>();
-
-  using AlignmentProperty = ComplexProperty<SimpleProperty<O, Alignment>, types::affine>;
-  auto alignment = std::make_unique<AlignmentProperty>(
-      std::make_unique<SimpleProperty<O, types::affine>>(
-          [](const O& o) { return o.GetInitialTransform(); },
-          [](O& o, const types::affine& v) { o.SetInitialTransform(v); }, nullptr),
-      [](const O& o) { return o.GetAlignment(); },
-      [](O& o, const Alignment& v) { o.SetAlignment(v); },
-      Fixed<Alignment, hints::OverlayAlignment>);
-  AddElements<types::affine, double>(*alignment, alignment->Composite(),
-                                     {{"x", &types::affine::x},
-                                      {"y", &types::affine::y},
-                                      {"xx", &types::affine::xx},
-                                      {"xy", &types::affine::xy},
-                                      {"yx", &types::affine::yx},
-                                      {"yy", &types::affine::yy}},
-                                     Fixed<double, hints::InitialTransformElement>);
-  root->Add("Alignment", std::move(alignment));
-
-  root->Add("Alpha interpretation", std::make_unique<SimpleProperty<O, AlphaInterpretation>>(
-                                        [](const O& o) { return o.GetAlpha(); },
-                                        [](O& o, const AlphaInterpretation& v) { o.SetAlpha(v); },
-                                        Fixed<AlphaInterpretation, hints::OverlayAlpha>));
-  root->Add("Match frame",
-            std::make_unique<SimpleProperty<O, int32_t>>(
-                [](const O& o) { return o.GetMatch(); },
-                [](O& o, const int32_t& v) { o.SetMatch(v); }, Fixed<int32_t, hints::MatchFrame>));
-  root->Add("Source offset", std::make_unique<SimpleProperty<O, int32_t>>(
-                                 [](const O& o) { return o.GetSourceOffset(); },
-                                 [](O& o, const int32_t& v) { o.SetSourceOffset(v); },
-                                 Fixed<int32_t, hints::SourceOffset>));
-  auto trimming = std::make_unique<SimpleProperty<O, My::Span>>(
-      [](const O& o) { return o.GetTrimming(); },
-      [](O& o, const My::Span& v) { o.SetTrimming(v.first, v.last); },
-      Fixed<My::Span, hints::Trimming>);
-  AddSpanElements(*trimming, *trimming);
-  root->Add("Trimming", std::move(trimming));
-  // Whether the overlay is still follows from its frames; it is shown, never set.
-  root->Add("Type",
-            std::make_unique<SimpleReadOnlyProperty<O, Still>>(
-                [](const O& o) { return Still{o.IsStill()}; }, Fixed<Still, hints::OverlayType>));
+// The rows of a settings table; a group row comes with its first member.
+template <class Owner, class Record>
+std::unique_ptr<Property> BuildSettings(std::span<const Setting<Owner, Record>* const> settings) {
+  // Rows without a place in the tree (the whole value behind element rows).
+  static std::vector<std::unique_ptr<Property>> keep;
+  auto root = std::make_unique<PropertyGroup<SettingsObject<Owner>>>();
+  for (const auto* setting : settings) {
+    Property* parent = root.get();
+    if (const char* group = setting->names().group) {
+      parent = root->Child(group);
+      if (parent == nullptr) {
+        if (std::string_view(group) == "Export")
+          parent = &root->Add(group, std::make_unique<ExportGroup>());
+        else
+          parent = &root->Add(group, std::make_unique<PropertyGroup<SettingsObject<Owner>>>());
+      }
+    }
+    setting->AddRows(*parent, keep);
+  }
   return root;
 }
 
@@ -238,7 +163,7 @@ std::unique_ptr<Property> BuildSegment() {
         const int32_t start = s.GetCompositionStartFrame();
         s.SetTimeSpan(v.first - start, v.last - start);
       },
-      Fixed<My::Span, hints::TimeRange>);
+      FixedHint<My::Span, hints::TimeRange>);
   AddSpanElements(*time_range, *time_range);
   root->Add("Time range", std::move(time_range));
   return root;
@@ -247,12 +172,12 @@ std::unique_ptr<Property> BuildSegment() {
 }  // namespace
 
 const Property& CompositionProperties() {
-  static const std::unique_ptr<Property> tree = BuildComposition();
+  static const std::unique_ptr<Property> tree = BuildSettings(CompSettings());
   return *tree;
 }
 
 const Property& OverlayProperties() {
-  static const std::unique_ptr<Property> tree = BuildOverlay();
+  static const std::unique_ptr<Property> tree = BuildSettings(OverlaySettings());
   return *tree;
 }
 
@@ -263,9 +188,18 @@ const Property& SegmentProperties() {
 
 const Property* PropertiesFor(const EditableObject* shown) {
   if (dynamic_cast<const SegmentAccess*>(shown) != nullptr) return &SegmentProperties();
-  if (dynamic_cast<const OverlayAccess*>(shown) != nullptr) return &OverlayProperties();
-  if (dynamic_cast<const CompositionAccess*>(shown) != nullptr) return &CompositionProperties();
+  if (dynamic_cast<const SettingsObject<VLOverlay>*>(shown) != nullptr) return &OverlayProperties();
+  if (dynamic_cast<const SettingsObject<VLComp>*>(shown) != nullptr)
+    return &CompositionProperties();
   return nullptr;
+}
+
+std::string PanelTitle(const EditableObject* shown) {
+  if (dynamic_cast<const SegmentAccess*>(shown) != nullptr) return "Segment Properties";
+  if (dynamic_cast<const SettingsObject<VLOverlay>*>(shown) != nullptr) return "Overlay Properties";
+  if (dynamic_cast<const SettingsObject<VLComp>*>(shown) != nullptr)
+    return "Composition Properties";
+  return "Property Editor";
 }
 
 }  // namespace app

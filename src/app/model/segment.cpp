@@ -6,8 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "app/model/comp.h"
-#include "app/model/segment_actions.h"
+#include "app/model/jobs.h"
 #include "app/ports.h"
 #include "base/errors.h"
 
@@ -21,10 +20,7 @@ class SegmentDataSpanMessage : public app::VLMessage {
       : segment_(segment), span_(span), frame_(frame) {}
   void Execute() override {
     segment_.SetDataSpan(span_.first, span_.last);
-    if (VLComp* comp = segment_.GetComposition()) {
-      comp->GetActionQueue().CountModification();
-      comp->RefreshView();
-    }
+    segment_.ReportResultsAdded(frame_);
   }
   int32_t frame() const { return frame_; }
 
@@ -33,10 +29,6 @@ class SegmentDataSpanMessage : public app::VLMessage {
   My::Span span_;
   int32_t frame_;  // the frame just done
 };
-
-void Push(VLSegment& segment, std::unique_ptr<Action> action) {
-  if (VLComp* comp = segment.GetComposition()) comp->GetActionQueue().Push(std::move(action));
-}
 
 }  // namespace
 
@@ -72,82 +64,13 @@ uint64_t CountSetPixels(const VL::Mask& mask) {
   return n;
 }
 
-// --- VLSegmentInterface ------------------------------------------------------
-
-bool VLSegmentInterface::IsActive() const {
-  return segment_.IsActive();
-}
-int32_t VLSegmentInterface::GetOrigin() const {
-  return segment_.GetOrigin();
-}
-My::Span VLSegmentInterface::GetTimeSpan() const {
-  return segment_.GetTimeSpan();
-}
-void VLSegmentInterface::SetTimeSpan(int32_t first, int32_t last) {
-  Push(segment_, std::make_unique<SegmentTimeSpanAction>(segment_, My::Span{first, last}));
-}
-My::Span VLSegmentInterface::GetDataSpan() const {
-  return segment_.GetDataSpan();
-}
-bool VLSegmentInterface::IsProcessing() const {
-  return segment_.IsProcessing();
-}
-
-bool VLSegmentInterface::Process() {
-  return segment_.Process();
-}
-
-void VLSegmentInterface::Cancel() {
-  segment_.Cancel();
-}
-bool VLSegmentInterface::IsEdited() const {
-  return segment_.IsEdited();
-}
-void VLSegmentInterface::BeginEdit() {
-  VLComp* comp = segment_.GetComposition();
-  if (comp && !segment_.IsProcessing()) comp->SetEditedSegment(&segment_);
-}
-void VLSegmentInterface::EndEdit() {
-  if (segment_.IsEdited()) segment_.GetComposition()->SetEditedSegment(nullptr);
-}
-const VLSegmentParams& VLSegmentInterface::GetParams() const {
-  return segment_.GetParams();
-}
-void VLSegmentInterface::SetParams(const VLSegmentParams& params) {
-  Push(segment_, std::make_unique<SegmentParamsAction>(segment_, params));
-}
-const VL::Mask& VLSegmentInterface::GetMask() const {
-  return segment_.GetMask();
-}
-void VLSegmentInterface::SetMask(const VL::Mask& mask) {
-  Push(segment_, std::make_unique<SegmentMaskAction>(segment_, mask));
-}
-void VLSegmentInterface::Trim() {
-  Push(segment_, std::make_unique<SegmentTrimAction>(segment_));
-}
-
-int32_t VLSegmentInterface::GetCompositionStartFrame() const {
-  return segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
-}
-
-My::Span VLSegmentInterface::GetDisplayTimeSpan() const {
-  const int32_t start = segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
-  const My::Span span = segment_.GetTimeSpan();
-  return {span.first + start, span.last + start};
-}
-
-void VLSegmentInterface::SetDisplayTimeSpan(int32_t first, int32_t last) {
-  const int32_t start = segment_.GetComposition() ? segment_.GetComposition()->GetStartFrame() : 0;
-  SetTimeSpan(first - start, last - start);
-}
-
 // --- VLSegment ---------------------------------------------------------------
 
 VLSegment::VLSegment() : interface_(*this), data_(std::make_shared<VLSegmentData>()) {}
 
-VLSegment::VLSegment(VLComp& composition, int32_t origin)
+VLSegment::VLSegment(VLHost& host, int32_t origin)
     : interface_(*this),
-      composition_(&composition),
+      host_(&host),
       origin_(origin),
       timeSpan_{origin, origin + 1},
       data_(std::make_shared<VLSegmentData>()) {
@@ -156,8 +79,7 @@ VLSegment::VLSegment(VLComp& composition, int32_t origin)
 }
 
 VLSegment::~VLSegment() {
-  if (composition_ && composition_->GetEditedSegment() == this)
-    composition_->SetEditedSegment(nullptr);
+  if (IsEdited()) host_->SetEditedSegment(nullptr);
 }
 
 My::Span VLSegment::GetDataSpan() const {
@@ -171,31 +93,35 @@ VLSegmentDataPtr VLSegment::GetData() const {
 }
 
 bool VLSegment::IsEdited() const {
-  return composition_ && composition_->GetEditedSegment() == this;
+  return host_ && host_->GetEditedSegment() == this;
 }
 
 bool VLSegment::IsActive() const {
-  if (!composition_) return false;
-  const int32_t active = composition_->GetActiveSegment();
-  return active >= 0 && active < composition_->GetSegmentCount() &&
-         &composition_->GetSegmentObject(active) == this;
+  return host_ && host_->IsActive(*this);
 }
 
-void VLSegment::FireObjectChanged() {
-  if (VL::Listener* l = interface_.GetListener()) l->OnObjectChanged();
+bool VLSegment::IsCovered() const {
+  const My::Span data = GetDataSpan();
+  return timeSpan_.first >= data.first && timeSpan_.last <= data.last;
+}
+
+void VLSegment::Report(void (VL::Listener::*event)()) {
+  if (VL::Listener* l = interface_.GetListener()) (l->*event)();
+  if (host_) (host_->SegmentEvents(*this).*event)();
+}
+
+void VLSegment::ReportResultsAdded(int32_t frame) {
+  lastAdded_ = frame;
+  Report(&VL::Listener::OnResultsAdded);
 }
 
 bool VLSegment::SetTimeSpanDirect(int32_t first, int32_t last) {
-  const int32_t length = composition_ ? composition_->GetLength() : 0;
+  const int32_t length = host_ ? host_->GetLength() : 0;
   first = std::min(std::clamp(first, 0, length), origin_);
   last = std::max(std::clamp(last, 0, length), origin_ + 1);
   if (timeSpan_ == My::Span{first, last}) return false;
   timeSpan_ = {first, last};
-  FireObjectChanged();
-  if (composition_) {
-    composition_->RebuildTopPath();
-    composition_->RefreshPanel();
-  }
+  Report(&VL::Listener::OnObjectChanged);
   return true;
 }
 
@@ -205,8 +131,7 @@ void VLSegment::SetDataSpan(int32_t first, int32_t last) {
     if (dataSpan_ == My::Span{first, last}) return;
     dataSpan_ = {first, last};
   }
-  if (VL::Listener* l = interface_.GetListener()) l->OnDataChanged();
-  if (composition_) composition_->RebuildTopPath();
+  Report(&VL::Listener::OnDataChanged);
 }
 
 void VLSegment::SetSelected(bool selected) {
@@ -215,28 +140,22 @@ void VLSegment::SetSelected(bool selected) {
   if (VL::Listener* l = interface_.GetListener()) l->OnStateChanged();
 }
 
-void VLSegment::SetStatus(int32_t status) {
+void VLSegment::SetStatus(SegmentStatus status) {
   if (status_ == status) return;
   status_ = status;
-  if (VL::Listener* l = interface_.GetListener()) l->OnStateChanged();
-  if (composition_) composition_->RefreshPanel();
+  Report(&VL::Listener::OnStateChanged);
 }
 
 bool VLSegment::SetParamsDirect(const VLSegmentParams& params) {
   if (!AssignClamped(params_, params)) return false;
-  if (composition_) {
-    composition_->RefreshView();
-    composition_->RefreshPanel();
-  }
+  Report(&VL::Listener::OnLookChanged);
   return true;
 }
 
 void VLSegment::SetMaskDirect(const VL::Mask& mask) {
   mask_ = mask;
-  if (composition_) {
-    if (composition_->hooks.maskChanged) composition_->hooks.maskChanged(*this);
-    composition_->RefreshView();
-  }
+  // The view and the mask editor reload.
+  Report(&VL::Listener::OnMaskChanged);
 }
 
 types::affine VLSegment::GetTransform(int32_t frame) const {
@@ -284,35 +203,35 @@ void VLSegment::AddTransform(bool forward,
 }
 
 bool VLSegment::Process() {
-  if (!composition_) return false;
-  const My::Span data = GetDataSpan();
-  if ((timeSpan_.first >= data.first && timeSpan_.last <= data.last) || status_ != 0) return false;
+  if (!host_) return false;
+  if (IsCovered() || IsProcessing()) return false;
   const uint64_t set = CountSetPixels(mask_);
   if (set == 0 || set == uint64_t(mask_.width) * mask_.height) {
-    if (app::UserDialogs* dialogs = composition_->GetDialogs())
+    if (app::UserDialogs* dialogs = host_->GetDialogs())
       dialogs->inform("Segment mask is empty.", app::Icon::Warning);
     return false;
   }
   interface_.EndEdit();
-  return composition_->GetJobs().enqueue(*this);
+  return host_->GetJobs().enqueue(*this);
 }
 
 void VLSegment::Cancel() {
-  if (!composition_) return;
-  app::Jobs& jobs = composition_->GetJobs();
-  jobs.remove(*this);
-  if (status_ == 0) return;
+  if (!host_) return;
+  app::Jobs& jobs = host_->GetJobs();
   std::unique_ptr<app::Progress> wait;
-  if (app::UserDialogs* dialogs = composition_->GetDialogs())
-    wait = dialogs->begin_progress("Stopping calculation of segment...");
-  jobs.wait_until([this] { return status_ == 0; });
+  if (jobs.in_hand(*this))
+    if (app::UserDialogs* dialogs = host_->GetDialogs())
+      wait = dialogs->begin_progress("Stopping calculation of segment...");
+  jobs.remove(*this);
+  if (!IsProcessing()) return;
+  jobs.wait_until([this] { return !IsProcessing(); });
   // A run that ended on an error posts no status: once the worker is idle,
   // nothing is left that could, and the segment is idle too.
-  if (status_ != 0) SetStatus(0);
+  if (IsProcessing()) SetStatus(SegmentStatus::Idle);
 }
 
 void VLSegment::CancelNoWait() {
-  if (composition_) composition_->GetJobs().remove(*this);
+  if (host_) host_->GetJobs().remove(*this);
 }
 
 void VLSegment::ReplaceData(VLSegmentDataPtr data) {
@@ -326,8 +245,8 @@ void VLSegment::ReplaceData(VLSegmentDataPtr data) {
   timing_ = timing::tree();
 }
 
-void VLSegment::AttachToComposition(VLComp& composition) {
-  composition_ = &composition;
+void VLSegment::AttachToComposition(VLHost& composition) {
+  host_ = &composition;
   if (mask_.width != composition.GetWidth() || mask_.height != composition.GetHeight()) {
     std::ostringstream text;
     text << "incompatible segment mask dimensions (" << mask_.width << ", " << mask_.height << ")";

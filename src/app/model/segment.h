@@ -5,13 +5,14 @@
 // on its worker thread, and GetTransform copies under it on any thread. All
 // other members belong to the thread that owns the composition; the tracker
 // reads mask, parameters, origin and time span without a lock because they
-// cannot change while `status` is not 0.
+// cannot change while the status is not Idle.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <mutex>
 
+#include "app/model/host.h"
 #include "app/model/interfaces.h"
 #include "app/model/properties_access.h"
 #include "base/segment_data.h"
@@ -22,6 +23,10 @@ class GuiQueue;
 }
 class VLComp;
 class VLSegment;
+
+// A segment's tracking state. Anything but Idle means the tracker owns the
+// segment's inputs (mask, parameters, origin, time span).
+enum class SegmentStatus : int32_t { Idle = 0, Queued = 1, Forward = 2, Backward = 3 };
 
 class VLSegmentInterface : public VL::Segment, public app::SegmentAccess {
  public:
@@ -70,7 +75,7 @@ class VLSegment {
 
   // A new segment at `origin`: default parameters, an empty mask, no
   // results, and up to 5 frames each side of the key frame.
-  VLSegment(VLComp& composition, int32_t origin);
+  VLSegment(VLHost& host, int32_t origin);
   // An empty segment for the project reader; TakeOver and
   // AttachToComposition complete it.
   VLSegment();
@@ -79,14 +84,16 @@ class VLSegment {
   ~VLSegment();
 
   VLSegmentInterface& GetInterface() { return interface_; }
-  VLComp* GetComposition() const { return composition_; }
+  VLComp* GetComposition() const { return host_ ? &host_->Composition() : nullptr; }
 
   int32_t GetOrigin() const { return origin_; }
   My::Span GetTimeSpan() const { return timeSpan_; }
   My::Span GetDataSpan() const;
   bool IsSelected() const { return selected_; }
-  int32_t GetStatus() const { return status_; }
-  bool IsProcessing() const { return status_ != 0; }
+  SegmentStatus GetStatus() const { return status_; }
+  bool IsProcessing() const { return status_ != SegmentStatus::Idle; }
+  // Whether the results reach over the whole time span: nothing is left to track.
+  bool IsCovered() const;
   const VLSegmentParams& GetParams() const { return params_; }
   const VL::Mask& GetMask() const { return mask_; }
   // The results block now installed (a copy of the pointer, under the lock).
@@ -101,7 +108,7 @@ class VLSegment {
   void SetTimeSpanFromAction(My::Span span) { SetTimeSpanDirect(span.first, span.last); }
   void SetDataSpan(int32_t first, int32_t last);
   void SetSelected(bool selected);
-  void SetStatus(int32_t status);
+  void SetStatus(SegmentStatus status);
   // Clamps; false when the clamped record equals the stored one.
   bool SetParamsDirect(const VLSegmentParams& params);
   void SetMaskDirect(const VL::Mask& mask);
@@ -114,6 +121,10 @@ class VLSegment {
   // worker's own `span` by one frame and posts the new span to the owning
   // thread, where the segment's data span follows. So the arrays may run
   // ahead of GetDataSpan(), never behind it.
+  // Owning thread: the result for `frame`, posted by AddTransform, has
+  // arrived; listeners hearing OnResultsAdded find the frame here.
+  void ReportResultsAdded(int32_t frame);
+  int32_t GetLastAddedFrame() const { return lastAdded_; }
   void AddTransform(bool forward,
                     My::Span& span,
                     const types::affine& transform,
@@ -126,7 +137,8 @@ class VLSegment {
   // Stops the segment's tracking and waits, running the owning thread's
   // messages, until it is idle. What was computed stays.
   void Cancel();
-  // Stops the segment's tracking without waiting (the Cancel command).
+  // Stops the segment's tracking without a progress window (the Cancel
+  // command); the worker has let go of it when this returns.
   void CancelNoWait();
 
   // Installs another results block (owning thread, status 0 only).
@@ -135,7 +147,7 @@ class VLSegment {
   // Binds a read or re-inserted segment to `composition`. Throws when the
   // mask's size differs from the composition's or the origin lies outside it;
   // then clamps the time span into the composition.
-  void AttachToComposition(VLComp& composition);
+  void AttachToComposition(VLHost& host);
 
   // The project reader's way in: takes the stored values without checks or
   // events. AttachToComposition checks them afterwards.
@@ -145,15 +157,17 @@ class VLSegment {
   bool IsActive() const;
 
  private:
-  void FireObjectChanged();
+  // Tells the segment's own listener, then the composition.
+  void Report(void (VL::Listener::*event)());
 
   VLSegmentInterface interface_;
-  VLComp* composition_ = nullptr;
+  VLHost* host_ = nullptr;
   int32_t origin_ = 0;
   My::Span timeSpan_;
   My::Span dataSpan_;  // written under the lock, so GetTransform may read it anywhere
   bool selected_ = false;
-  int32_t status_ = 0;
+  SegmentStatus status_ = SegmentStatus::Idle;
+  int32_t lastAdded_ = -1;
   VLSegmentParams params_;
   VL::Mask mask_;
   VLSegmentDataPtr data_;  // exchanged under the lock

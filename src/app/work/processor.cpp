@@ -35,7 +35,7 @@ void AddTiming(timing::node& into, const timing::node& from) {
 class SegmentStatusMessage : public VLMessage {
  public:
   SegmentStatusMessage(VLSegment& segment,
-                       int32_t status,
+                       SegmentStatus status,
                        std::shared_ptr<timing::tree> times = nullptr)
       : segment_(segment), status_(status), times_(std::move(times)) {}
   void Execute() override {
@@ -49,7 +49,7 @@ class SegmentStatusMessage : public VLMessage {
 
  private:
   VLSegment& segment_;
-  int32_t status_;
+  SegmentStatus status_;
   std::shared_ptr<timing::tree> times_;
 };
 
@@ -96,11 +96,6 @@ class Host : public tracking::TrackingHost {
   const ProcessorPorts& ports_;
 };
 
-bool Covered(const VLSegment& segment) {
-  const My::Span time = segment.GetTimeSpan(), data = segment.GetDataSpan();
-  return time.first >= data.first && time.last <= data.last;
-}
-
 }  // namespace
 
 std::string ObjectLostText(int32_t frame, int32_t start_frame) {
@@ -134,7 +129,7 @@ bool Processor::any_running() const {
 
 bool Processor::enqueue(VLSegment& segment) {
   // The mask was tested by the segment, which asks to be queued.
-  if (Covered(segment) || segment.GetStatus() != kSegmentIdle) return false;
+  if (segment.IsCovered() || segment.GetStatus() != kSegmentIdle) return false;
   segment.SetStatus(kSegmentQueued);
   Enqueue([&](std::deque<VLSegment*>& queue) { queue.push_back(&segment); });
   return true;
@@ -147,9 +142,27 @@ void Processor::remove(VLSegment& segment) {
     segment.SetStatus(kSegmentIdle);
     queue_.erase(it);
   }
-  // The item in hand may be a finished one; the flag is cleared when the
-  // next item is taken, so a stray request costs nothing.
-  if (item_ == &segment) Interrupt();
+  if (item_ != &segment) return;
+  Interrupt();
+  // The frame loop checks the request between frames; until it returns, the
+  // segment must stay alive.
+  released_.wait(lock, [&] { return item_ != &segment; });
+  // Then it goes on, to the next segment or to idle; a cancel returns with
+  // the worker past the run.
+  while (item_ == nullptr && !idle_event_.wait_for(std::chrono::nanoseconds(0))) {
+    lock.unlock();
+    std::this_thread::yield();
+    lock.lock();
+  }
+  lock.unlock();
+  // The run's last messages still refer to the segment, which the caller
+  // may be about to delete: they run now.
+  if (ports_.pump) ports_.pump();
+}
+
+bool Processor::in_hand(const VLSegment& segment) const {
+  auto lock = Lock();
+  return item_ == &segment;
 }
 
 void Processor::cancel_all() {
@@ -186,6 +199,18 @@ void Processor::OnError(const char* text) {
 
 void Processor::Process(VLSegment*& item) {
   VLSegment& segment = *item;
+  // However the run ends, the worker lets go of the segment, and remove()
+  // may be waiting for that.
+  struct Release {
+    Processor& processor;
+    ~Release() {
+      {
+        auto lock = processor.Lock();
+        processor.item_ = nullptr;
+      }
+      processor.released_.notify_all();
+    }
+  } release{*this};
   const VLComp& comp = *segment.GetComposition();
 
   const std::string dir = DebugDirectory();

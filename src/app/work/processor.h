@@ -16,12 +16,14 @@
 //   segment.Process();  // queued; results arrive as messages
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <string>
 
 #include "app/model/jobs.h"
+#include "app/model/segment.h"
 #include "app/ports.h"
 #include "base/work_thread.h"
 
@@ -42,13 +44,11 @@ struct ProcessorPorts {
   std::function<void()> pump;
 };
 
-// A segment's tracking state, its `status`.
-enum SegmentStatus : int32_t {
-  kSegmentIdle = 0,
-  kSegmentQueued = 1,
-  kSegmentForward = 2,
-  kSegmentBackward = 3,
-};
+// The names the worker's code uses for a segment's status.
+inline constexpr SegmentStatus kSegmentIdle = SegmentStatus::Idle;
+inline constexpr SegmentStatus kSegmentQueued = SegmentStatus::Queued;
+inline constexpr SegmentStatus kSegmentForward = SegmentStatus::Forward;
+inline constexpr SegmentStatus kSegmentBackward = SegmentStatus::Backward;
 
 class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
  public:
@@ -59,6 +59,7 @@ class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
   bool any_running() const override;
   bool enqueue(VLSegment& segment) override;
   void remove(VLSegment& segment) override;
+  bool in_hand(const VLSegment& segment) const override;
   void cancel_all() override;
   void cancel_all_and_wait() override;
   void wait_until(const std::function<bool()>& done) override;
@@ -75,6 +76,8 @@ class Processor : public sys::CWorkThread<VLSegment*>, public Jobs {
 
  private:
   ProcessorPorts ports_;
+  // Signalled, under the lock, when a run lets go of its segment.
+  std::condition_variable released_;
 };
 
 // The message a frame loop that lost its object leaves to the user.
