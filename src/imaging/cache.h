@@ -56,7 +56,7 @@ class Cache {
 
   // The quota starts at `quota_bytes`.
   Cache(FileLoader loader, int64_t quota_bytes);
-  // Waits until no decode is under way, then destroys every entry, whatever
+  // Waits until no decode or composite is under way, then destroys every entry, whatever
   // its references. No thread may still ask for frames.
   ~Cache();
   Cache(const Cache&) = delete;

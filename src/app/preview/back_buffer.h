@@ -8,6 +8,7 @@
 // when a request is placed, the merger's lock.
 #pragma once
 
+#include <functional>
 #include <mutex>
 
 #include "imaging/cache.h"
@@ -42,6 +43,11 @@ class ViewBackBuffer {
   // Gives the shown entry back to the cache. Takes the lock.
   void release();
   bool empty() const;
+
+  // Painting: under the lock, calls `draw` with the picture on show and
+  // marks it painted, in one step, so a hand-over cannot slip in between.
+  // False when nothing is on show.
+  bool paint(const std::function<void(const img::image&)>& draw);
 
   // Flags of the painting protocol, each under the lock.
   void set_repaint_wanted(bool wanted);

@@ -157,6 +157,7 @@ class VLView : public VLViewControl {
   unsigned view_mode_ = 0;
   bool timer_running_ = false;
   VLSegment* followed_ = nullptr;
+  std::function<void(VLSegment&)> previous_mask_hook_;
   // The tint of the last painting in editing mode; a change repaints
   // without a new composite.
   struct Tint {
