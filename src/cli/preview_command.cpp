@@ -68,9 +68,7 @@ std::string StagingName(const std::string& target) {
 }  // namespace
 
 int RunPreview(const std::vector<std::string>& raw) {
-  Options options(WithLongOutput(raw), {"--edit-mode", "--json"},
-                  {"--frame", "--output", "--style"});
-  const bool json = options.flag("--json");
+  Options options(WithLongOutput(raw), {"--edit-mode"}, {"--frame", "--output", "--style"});
   if (options.positional().size() != 1) throw UsageError("preview needs one PROJECT");
   if (!options.has("--frame")) throw UsageError("preview needs --frame N");
   if (!options.has("--output")) throw UsageError("preview needs -o FILE");
@@ -143,7 +141,7 @@ int RunPreview(const std::vector<std::string>& raw) {
         staging.clear();
         velomar.GetOperations().pop();
       },
-      json, nullptr);
+      false, nullptr);
   if (!staging.empty()) {
     std::error_code ec;
     fs::remove(staging, ec);
@@ -154,7 +152,7 @@ int RunPreview(const std::vector<std::string>& raw) {
 const Command kPreviewCommand = {
     "preview", "the picture the preview shows at one frame, as an image file",
     "usage: velomar-cli preview PROJECT.vlp --frame N -o FILE [--style KEY=VALUE]...\n"
-    "                           [--edit-mode] [--json]\n"
+    "                           [--edit-mode]\n"
     "\n"
     "Writes the composite the preview shows at frame N (from 0, as the project\n"
     "file and info number frames) to FILE, in the format of its extension\n"
