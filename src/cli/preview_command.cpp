@@ -86,7 +86,7 @@ int RunPreview(const std::vector<std::string>& raw) {
       [&] {
         session.Open(options.positional()[0]);
         VLComp& comp = session.comp();
-        if (frame >= comp.GetLength())
+        if (frame < 0 || frame >= comp.GetLength())
           throw std::runtime_error("frame " + std::to_string(frame) +
                                    " lies outside the composition, whose frames are 0 to " +
                                    std::to_string(comp.GetLength() - 1));
