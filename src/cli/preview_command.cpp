@@ -111,18 +111,7 @@ int RunPreview(const std::vector<std::string>& raw) {
         }
         comp.SetCurrentTime(frame);
         view.refresh(true);
-        view.wait_idle([&] { session.queue().pump(); });
-
-        // The worker keeps its failures to itself (the window keeps the
-        // last picture); here the same composite is asked for once more on
-        // this thread, so its error reaches the user.
-        const img::MergeDetails details = view.BuildDetails(frame);
-        if (!view.back_buffer().shows(details)) {
-          img::CacheHandle again(img::global_cache());
-          again.acquire_merge(details, nullptr, true);
-          img::CacheHandle swap_in = std::move(again);
-          view.back_buffer().swap(swap_in);
-        }
+        view.wait_shown([&] { session.queue().pump(); });
         img::image picture;
         view.paint({0, 0, comp.GetWidth(), comp.GetHeight()},
                    [&](const img::image& shown, app::PixelRect part) {

@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/message_queue.h"
@@ -173,9 +174,10 @@ TEST(Merger, AnswersOnDisplayInHandOrPlacedAndTheNewestRequestWins) {
   f.gate.close("5");
   EXPECT_EQ(merger.place(Frame(f, 5)), app::kPlacedNew);
   f.gate.wait_arrival();
-  std::thread opener([&] { f.gate.open(); });
-  merger.cancel_and_wait();
-  opener.join();
+  std::thread canceller([&] { merger.cancel_and_wait(); });
+  while (!merger.cancel_flag()->load()) std::this_thread::yield();
+  f.gate.open();
+  canceller.join();
   EXPECT_FALSE(f.view->back_buffer().shows(Frame(f, 5)));
   EXPECT_EQ(merger.place(Frame(f, 5)), app::kPlacedNew);
   f.Settle();
@@ -201,8 +203,12 @@ TEST(VLView, PlaybackWalksTheWorkAreaLoopingOrBouncing) {
     ViewFixture f(8, {1, 6});
     f.view->SetLoop(c.loop);
     f.comp.SetCurrentTime(c.start);
+    // The start frame is on screen before playing: a request for the next
+    // frame would otherwise take its place in the back buffer first.
+    std::vector<int> shown = {f.Settle()};
     f.view->set_play_state(c.state);
-    const std::vector<int> shown = f.Play(int(c.shown.size()) * 2);
+    const std::vector<int> played = f.Play(int(c.shown.size()) * 2);
+    shown.insert(shown.end(), played.begin(), played.end());
     ASSERT_GE(shown.size(), c.shown.size());
     EXPECT_EQ(std::vector<int>(shown.begin(), shown.begin() + long(c.shown.size())), c.shown);
     EXPECT_EQ(f.surface.timer_interval(), 100u);

@@ -304,26 +304,6 @@ TEST(Merge, ValuesBelowZeroKeepTheirLowByteAndAbove255Clamp) {
   EXPECT_EQ(Diff(got, Reference(d, {&under, &over, nullptr})), "");
 }
 
-TEST(Merge, StraightAlphaReplacesOrKeepsTheUnderlayAndInvertedDoesTheReverse) {
-  img::image under(2, 1), over(2, 1);
-  const uint8_t u[8] = {10, 20, 30, 40, 10, 20, 30, 40};
-  const uint8_t o[8] = {200, 150, 100, 255, 200, 150, 100, 0};
-  std::memcpy(under.rows[0], u, 8);
-  std::memcpy(over.rows[0], o, 8);
-  MergeDetails d;
-  d.width = 2;
-  d.height = 1;
-  d.show_mask = false;
-  img::image got(2, 1);
-  img::merge(got, d, {&under, &over, nullptr});
-  EXPECT_THAT(std::vector<uint8_t>(got.rows[0], got.rows[0] + 8),
-              testing::ElementsAre(200, 150, 100, 255, 10, 20, 30, 40));
-  d.alpha_interpretation = 2;
-  img::merge(got, d, {&under, &over, nullptr});
-  EXPECT_THAT(std::vector<uint8_t>(got.rows[0], got.rows[0] + 8),
-              testing::ElementsAre(10, 20, 30, 40, 200, 150, 100, 255));
-}
-
 // --- Requests as keys. --------------------------------------------------------
 
 TEST(MergeDetails, EqualityLooksOnlyAtWhatShows) {

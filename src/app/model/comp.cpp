@@ -172,6 +172,7 @@ void VLComp::InsertSegment(int32_t index, std::unique_ptr<VLSegment> segment) {
 }
 
 std::unique_ptr<VLSegment> VLComp::RemoveSegment(int32_t index) {
+  StopViewWorker();
   std::unique_ptr<VLSegment> segment = std::move(segments_.at(size_t(index)));
   segments_.erase(segments_.begin() + index);
   return segment;
@@ -327,6 +328,7 @@ void VLComp::LoadSequence(const std::vector<std::string>& paths,
   height_ = size.height;
   settings_.pixelAspect =
       aspect.is_unset() ? guess_pixel_aspect(int32_t(size.width), int32_t(size.height)) : aspect;
+  StopViewWorker();
   underlay_ = paths;
   settings_.framerate = framerate;
   settings_.startFrame = startFrame;
@@ -390,6 +392,7 @@ void VLComp::Save(const std::string& path, const std::function<void(const VLComp
 void VLComp::Close() {
   ShowInPanel(PanelObject::None);
   Fire(&VL::Listener::OnDataChanged);
+  StopViewWorker();
   actionQueue_.Clear();
   actionQueue_.MarkSaved();
   StopView();
@@ -422,6 +425,7 @@ void VLComp::Reset() {
 }
 
 void VLComp::TakeOverUnderlay(std::vector<std::string> paths, uint32_t width, uint32_t height) {
+  StopViewWorker();
   underlay_ = std::move(paths);
   width_ = width;
   height_ = height;

@@ -234,6 +234,10 @@ class VLComp {
   // The preview's logic installs itself here; null removes it.
   void SetViewControl(VLViewControl* control) { viewControl_ = control; }
   VLViewControl* GetViewControl() const { return viewControl_; }
+  // Before frame names or segments go away.
+  void StopViewWorker() {
+    if (viewControl_) viewControl_->StopWorker();
+  }
   void SetViewImageSize(uint32_t width, uint32_t height);
   void UpdateTitle();
   void EnablePopupMenus(bool enable);

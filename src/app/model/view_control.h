@@ -15,6 +15,9 @@ class VLViewControl {
   virtual void Refresh() = 0;
   // Stops playback (and following the tracker).
   virtual void Stop() = 0;
+  // Cancels the composite in hand and waits for the worker: it reads frame
+  // names and masks that the composition is about to free or replace.
+  virtual void StopWorker() = 0;
   // A segment was queued for tracking: the view may start following it.
   virtual void OnSegmentQueued(VLSegment& segment) = 0;
   // The tracker's result for `frame` of `segment` reached the owning thread.

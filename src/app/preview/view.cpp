@@ -169,6 +169,15 @@ void VLView::wait_idle(const std::function<void()>& pump) {
   }
 }
 
+void VLView::wait_shown(const std::function<void()>& pump) {
+  wait_idle(pump);
+  const img::MergeDetails details = BuildDetails(shown_frame());
+  if (back_buffer_.shows(details)) return;
+  img::CacheHandle made(ports_.cache);
+  made.acquire_merge(details, nullptr, true);
+  back_buffer_.swap(made);
+}
+
 bool VLView::paint(PixelRect area, const std::function<void(const img::image&, PixelRect)>& draw) {
   if (comp_.IsEmpty()) return false;
   continue_playback(false);

@@ -104,6 +104,12 @@ class VLView : public VLViewControl {
   // thread's pending messages) between looks, so that a render or a
   // command sees the picture of the last request in the back buffer.
   void wait_idle(const std::function<void()>& pump);
+  // wait_idle, and then the picture of the current frame is on show, or
+  // this throws: the merger keeps its failures to itself (the window keeps
+  // the last picture), so a composite it did not deliver is made once more
+  // on this thread, where a missing frame or a frame of the wrong size
+  // throws its own error. For commands that write what the view shows.
+  void wait_shown(const std::function<void()>& pump);
   ViewBackBuffer& back_buffer() { return back_buffer_; }
   Merger& merger() { return *merger_; }
 
@@ -137,6 +143,7 @@ class VLView : public VLViewControl {
   // VLViewControl.
   void Refresh() override { refresh(false); }
   void Stop() override { set_play_state(kStopped); }
+  void StopWorker() override { merger_->cancel_and_wait(); }
   void OnSegmentQueued(VLSegment& segment) override;
   void OnSegmentData(VLSegment& segment, int32_t frame) override;
   void OnSegmentIdle(VLSegment& segment) override;
