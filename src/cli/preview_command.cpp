@@ -61,8 +61,11 @@ void ApplyStyle(app::DisplayStyle& style, const std::string& setting) {
 std::string StagingName(const std::string& target) {
   std::random_device device;
   const fs::path t(target);
-  return (t.parent_path() / ("." + t.filename().string() + ".part" + std::to_string(device())))
-      .string();
+  std::string hidden = ".";
+  hidden += t.filename().string();
+  hidden += ".part";
+  hidden += std::to_string(device());
+  return (t.parent_path() / hidden).string();
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ struct VLViewPorts {
   // "Background", and the colour of a view without frames.
   uint32_t workspace_colour = 0xABABAB;
   // Told when the view starts following the tracker; may be empty.
-  std::function<void()> follow_tracker;
+  std::function<void()> follow_tracker = {};
 };
 
 // A part of the picture, in image pixels.
