@@ -89,12 +89,12 @@ int RunPreview(const std::vector<std::string>& raw) {
       [&] {
         session.Open(options.positional()[0]);
         VLComp& comp = session.comp();
+        app::Velomar& velomar = session.app();
+        velomar.GetOperations().push(kMakingPreview);
         if (frame < 0 || frame >= comp.GetLength())
           throw std::runtime_error("frame " + std::to_string(frame) +
                                    " lies outside the composition, whose frames are 0 to " +
                                    std::to_string(comp.GetLength() - 1));
-        app::Velomar& velomar = session.app();
-        velomar.GetOperations().push(kMakingPreview);
         // The style of this run only: the view reads it from a store of
         // its own and writes it back there.
         app::MemoryProfileStore profile;

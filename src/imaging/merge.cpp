@@ -18,8 +18,9 @@ namespace {
 constexpr float kInv255 = 1.0f / 255.0f;
 
 // A colour tap in one vector register, blue, green, red, alpha in lanes
-// 0 to 3. Every lane takes the same float operations, in the same order,
-// as the scalar rules below, so the vector form changes no bit.
+// 0 to 3. Each lane takes the float operations of the rule for one
+// channel, in the rule's order, so the vector form changes no bit. (SSE2
+// is part of every x86-64 processor.)
 struct vec4 {
   __m128 v;
 };
