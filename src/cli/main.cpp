@@ -16,9 +16,10 @@
 namespace {
 
 const cli::Command* const kCommands[] = {
-    &cli::kInfoCommand,   &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
-    &cli::kNewCommand,    &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
-    &cli::kExportCommand, &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kLinkCommand,
+    &cli::kInfoCommand,    &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
+    &cli::kNewCommand,     &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
+    &cli::kExportCommand,  &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kLinkCommand,
+    &cli::kPreviewCommand,
 };
 
 void PrintToolHelp(FILE* out) {

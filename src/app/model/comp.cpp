@@ -48,6 +48,14 @@ void VLComp::SegmentEventsListener::OnDataChanged() {
   comp_.RebuildTopPath();
 }
 void VLComp::SegmentEventsListener::OnStateChanged() {
+  // A preview follows the tracker from the moment a segment is queued until
+  // its job ends.
+  if (VLViewControl* view = comp_.GetViewControl(); view && comp_.reporting_) {
+    if (comp_.reporting_->GetStatus() == SegmentStatus::Queued)
+      view->OnSegmentQueued(*comp_.reporting_);
+    else if (comp_.reporting_->GetStatus() == SegmentStatus::Idle)
+      view->OnSegmentIdle(*comp_.reporting_);
+  }
   comp_.RefreshPanel();
 }
 void VLComp::SegmentEventsListener::OnLookChanged() {
@@ -60,7 +68,12 @@ void VLComp::SegmentEventsListener::OnMaskChanged() {
 }
 void VLComp::SegmentEventsListener::OnResultsAdded() {
   comp_.actionQueue_.CountModification();
-  comp_.RefreshView();
+  // A preview follows the tracker frame by frame; without one the surface
+  // only repaints.
+  if (VLViewControl* view = comp_.GetViewControl(); view && comp_.reporting_)
+    view->OnSegmentData(*comp_.reporting_, comp_.reporting_->GetLastAddedFrame());
+  else
+    comp_.RefreshView();
 }
 
 void VLComp::OverlayEventsListener::OnObjectChanged() {
@@ -99,10 +112,16 @@ void VLComp::ShowInPanel(PanelObject object, int32_t segment) {
 }
 
 void VLComp::RefreshView() {
-  if (view_) view_->invalidate();
+  if (viewControl_)
+    viewControl_->Refresh();
+  else if (view_)
+    view_->invalidate();
 }
 void VLComp::StopView() {
-  if (view_) view_->stop_play_timer();
+  if (viewControl_)
+    viewControl_->Stop();
+  else if (view_)
+    view_->stop_play_timer();
 }
 void VLComp::SetViewImageSize(uint32_t width, uint32_t height) {
   if (view_) view_->set_image_size(width, height);
@@ -183,6 +202,7 @@ void VLComp::InsertSegment(int32_t index, std::unique_ptr<VLSegment> segment) {
 }
 
 std::unique_ptr<VLSegment> VLComp::RemoveSegment(int32_t index) {
+  StopViewWorker();
   std::unique_ptr<VLSegment> segment = std::move(segments_.at(size_t(index)));
   segments_.erase(segments_.begin() + index);
   return segment;
@@ -338,6 +358,7 @@ void VLComp::LoadSequence(const std::vector<std::string>& paths,
   height_ = size.height;
   settings_.pixelAspect =
       aspect.is_unset() ? guess_pixel_aspect(int32_t(size.width), int32_t(size.height)) : aspect;
+  StopViewWorker();
   underlay_ = paths;
   settings_.framerate = framerate;
   settings_.startFrame = startFrame;
@@ -401,6 +422,7 @@ void VLComp::Save(const std::string& path, const std::function<void(const VLComp
 void VLComp::Close() {
   ShowInPanel(PanelObject::None);
   Fire(&VL::Listener::OnDataChanged);
+  StopViewWorker();
   actionQueue_.Clear();
   actionQueue_.MarkSaved();
   StopView();
@@ -433,6 +455,7 @@ void VLComp::Reset() {
 }
 
 void VLComp::TakeOverUnderlay(std::vector<std::string> paths, uint32_t width, uint32_t height) {
+  StopViewWorker();
   underlay_ = std::move(paths);
   width_ = width;
   height_ = height;

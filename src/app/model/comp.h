@@ -22,6 +22,7 @@
 #include "app/model/overlay.h"
 #include "app/model/segment.h"
 #include "app/model/settings.h"
+#include "app/model/view_control.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
 #include "base/pixel_aspect.h"
@@ -220,8 +221,17 @@ class VLComp : public VLHost {
   const PanelState& GetPanel() const { return panel_; }
   void ShowInPanel(PanelObject object, int32_t segment = -1);
   void RefreshPanel() { ++panel_.revision; }
+  // Through the view control when a preview is installed, else straight to
+  // the surface (invalidate, stop the timer).
   void RefreshView();
   void StopView();
+  // The preview's logic installs itself here; null removes it.
+  void SetViewControl(VLViewControl* control) { viewControl_ = control; }
+  VLViewControl* GetViewControl() const { return viewControl_; }
+  // Before frame names or segments go away.
+  void StopViewWorker() {
+    if (viewControl_) viewControl_->StopWorker();
+  }
   void SetViewImageSize(uint32_t width, uint32_t height);
   void UpdateTitle();
   void EnablePopupMenus(bool enable);
@@ -292,6 +302,7 @@ class VLComp : public VLHost {
   app::OperationStack& operations_;
   app::UserDialogs* dialogs_;
   app::ViewSurface* view_;
+  VLViewControl* viewControl_ = nullptr;
   app::NoJobs noJobs_;
   app::Jobs* jobs_ = &noJobs_;
   PanelState panel_;
