@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The cache's hit path: one acquire and one release of a frame that is
 // already decoded, with a few hundred other frames in the list. The list is
 // scanned linearly; with touch the wanted frame sits at the front after the

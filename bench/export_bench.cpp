@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Keyframe export of a long, smooth motion under every model, with the usual
 // inaccuracy and with 0 (no thinning). Thinning dominates; the counter
 // "keyframes" is what the host would have to load.

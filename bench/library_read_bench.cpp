@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Library-backed reading of a 1920x1080 frame into blue-green-red-alpha:
 // file read, decode and conversion into the final image, per frame. The
 // destination is reused, as the cache reuses a slot's buffer, so the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Reading an uncompressed 32-bit 1920x1080 frame from the page cache: our
 // own BMP and TGA reader against FFmpeg decoding the same file (demuxer
 // plus image decoder, as a library-backed reader would run it).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The optic-flow measure on a 400 x 300 mask: one bilinear pass over the
 // samples and one residual pass, which is what every refinement iteration
 // costs. Reported per iteration, for each motion model's primary solver.

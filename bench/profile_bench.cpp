@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Profile building for a 400 x 300 mask on an 800 x 600 picture at the
 // default parameters (block size 8, self-compared mode, self radius 2): one
 // call per target frame. Argument: the search radius, 15 next to the key

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Saving and opening a long tracked project: 10 segments of 5,000 frames
 // each, side by side over 50,000 frames of PAL size, with a still overlay
 // whose transformation list spans all of them. Each frame of each segment

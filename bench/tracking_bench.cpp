@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The whole frame loop on generated footage, decoding excluded: every frame
 // is rendered into the cache before timing starts, as the prefetcher would
 // have it ready. A 400 x 300 plate in 1920 x 1080 and 1280 x 720, for each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The motion path of a long shot: 10,000 frames ruled by 100 overlapping
 // segments. TransformBetween walks one step per run of equal ruler, so its
 // cost grows with the runs between the two frames, not with the frames.

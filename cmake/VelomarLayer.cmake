@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # velomar_add_layer(<name> [DEPENDS <layer>...] [LIBS <target>...])
 #
 # Defines the static library velomar_<name> from every source under

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Applies the sanitizer set chosen by VELOMAR_SANITIZE to everything built
 # after this point. Address and thread sanitizers cannot be combined.
 if(VELOMAR_SANITIZE STREQUAL "address")

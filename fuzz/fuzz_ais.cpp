@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // ".ais" lists: the line parser and the path resolution of each entry.
 // Reading the entries' images is the image readers' own fuzz targets' work
 // (a fuzzed list could name any file on the machine, a device included).

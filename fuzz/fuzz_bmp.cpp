@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // BMP reader under arbitrary bytes (see fuzz_support::round_trip).
 #include <cstdlib>
 #include <sstream>

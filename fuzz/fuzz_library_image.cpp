@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Fuzz target of the library-backed image reader: any bytes, decoded from
 // memory. Only img::io_error may come out; anything else (a crash, a
 // sanitizer report, another exception) is a finding.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A project file as outside input, read all the way into a composition.
 //
 // Each input is used twice: as a whole document, and as an edit of a valid

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Project files as outside input: the XML parser, the field layer, the
 // timing tree (read, written and read again, which must give the same
 // tree), a frame sequence and a segment's mask.

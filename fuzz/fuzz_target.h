@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The two entry points of a fuzz target. LLVMFuzzerTestOneInput is libFuzzer's;
 // VelomarFuzzSeeds gives the generated inputs that start a corpus, so that no
 // sample file has to be kept or fetched.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Shared pieces of the image fuzz targets: an input stream over the fuzzer's
 // bytes (so the codecs run without files), a little-endian seed builder, and
 // the checks every decoded image must pass.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Driver for fuzz targets built without libFuzzer.
 //
 //   fuzz_x                    replays the seeds and a fixed set of mutations

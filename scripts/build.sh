@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Configures and builds one preset (default: release).
 #   scripts/build.sh [preset] [target...]
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # The main job: tracks a generated shot whose motion is known, from its middle
 # frame in both directions, and prints the error against that motion and the
 # speed. Leaves the frames, the project and the keyframes in DIR.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Short libFuzzer runs of every fuzz target (clang, preset "fuzz").
 #   scripts/fuzz.sh [seconds per target, default 60] [target...]
 # Corpora start from the targets' generated seeds and grow in build/fuzz/corpus-<target>;

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Installs the Debian packages that building, running and testing Velomar need.
 # Idempotent: when everything is present it only checks and returns.
 set -euo pipefail

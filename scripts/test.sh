@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Set-up, the format check, build and every test: the release build (warnings
 # are errors) with its suites and fuzz replays, the same suites under
 # AddressSanitizer + UndefinedBehaviorSanitizer, then the threaded suites

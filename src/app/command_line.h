@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // What the program's command line asks for: "reg" or "unreg" (writing or
 // removing the file-type registration and then ending), and one file to open.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The plain GuiQueue of velomar-cli and the tests: any thread posts, the
 // thread that owns the composition pumps. Messages run in the order they were
 // posted, each on the pumping thread, one at a time.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Messages that workers post to the owning thread and that need nothing of
 // the project: a notice, and the busy cursor. Workers never show a dialog
 // or change the cursor themselves; they post one of these.

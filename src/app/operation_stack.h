@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The names of the operations now running, innermost last. An operation
 // pushes its name before its work and pops it after a normal end; it is
 // deliberately not popped when an exception passes, so the report of a

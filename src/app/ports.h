@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // How the application core reaches the outside world. The core never calls a
 // window system: each program (the desktop GUI, velomar-cli, the tests)
 // implements these small interfaces, so every command runs headless.

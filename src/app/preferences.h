@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The application's preferences: read from the profile's "Preferences"
 // section at start, written back at exit.
 #pragma once

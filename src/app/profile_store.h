@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // ProfileStore without the desktop's settings service: in memory for the
 // tests, and an INI-like file for velomar-cli.
 #pragma once

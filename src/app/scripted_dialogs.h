@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // UserDialogs without a window. The tests queue the user's answers in advance
 // and read back every question the core asked, in order; velomar-cli's --yes
 // uses the affirmative mode, in which every question gets its "yes" button

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The transformation type of the whole system: a 2-d affine map.
 //
 // A point (px, py) maps to (xx px + xy py + x, yx px + yy py + y). Formulas

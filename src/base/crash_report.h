@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The crash report: what a fatal signal leaves behind before the process ends.
 //
 // The report is, in this order: the summary line ("<program> caused an

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The pieces of a crash report's text. They run inside a fatal-signal
 // handler: fixed buffers only, no allocation, no locks, no stdio.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The project's enumerations, with the words they are stored under in files
 // and the labels the user sees.
 //

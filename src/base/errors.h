@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The exception types that carry a ready text for the user. Every failure in
 // Velomar travels as an exception derived from std::exception; the command
 // loop shows "Error while <operation>:\n" followed by what().

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Events for threads that wait for one another: a manual-reset event stays
 // signalled until reset and releases every waiter; an auto-reset event
 // releases one waiter and clears itself as it does.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Frame paths as files store them: relative to a base folder where they can
 // be, so that a project folder moved with its frames still opens.
 //

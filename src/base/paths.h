@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Free functions on path strings: the parts of a path, and paths relative to
 // another place, as the project file and the link messages store them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The shape of one pixel as an exact fraction: width over height.
 #pragma once
 

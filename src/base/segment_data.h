@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The per-frame results of one segment: one transformation per tracked frame.
 //
 // Every stored transformation maps key-frame coordinates to the coordinates of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The tracking parameters of one segment.
 //
 // Only the fields listed by SegmentParamFields() are stored in the project

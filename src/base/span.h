@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A half-open range of frame numbers, [first, last).
 #pragma once
 

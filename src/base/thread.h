@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A thread object with a guarded body, and the lock that workers share with
 // their producers.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The timing tree: how much processor time and wall time each named stage of
 // work took on the calling thread, nested as the stages nest.
 //

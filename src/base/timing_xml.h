@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The timing tree as the content of its element in a project file.
 //
 // The element carries `frequency` (counter ticks per second when written)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Workers with a queue: one lock for the queue and flags, a start event that
 // wakes the worker, an idle event that tells producers the queue has drained.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Field descriptions of the small value types that several records carry.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The two-way field layer: one description of a record's fields serves both
 // saving and loading.
 //

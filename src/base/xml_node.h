@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Elements of an XML document as the project file and the link messages use
 // them, and the exceptions of the field layer.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // One XML document: made empty with a root, read from a file, parsed from
 // text, and written out.
 //

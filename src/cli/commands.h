@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The commands of velomar-cli. Each takes its arguments after the command
 // word and returns the exit status: 0 success, 1 failure (reported).
 #pragma once

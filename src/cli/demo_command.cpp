@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli demo: the main job from end to end on a shot whose motion is
 // known. It makes the shot, paints the plate's mask, tracks it from the middle
 // frame in both directions through the same worker as the window, and then

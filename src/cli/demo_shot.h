@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The generated shot of demo-shot and demo, written as files a user can
 // open: numbered frames and the plate's mask on the key frame.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli export: the keyframe text (or, with --json, the per-frame
 // motion) of a project's overlay, without changing the project.
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli info, convert: what the image readers say of files, and
 // conversion between formats through the multi-format reader and writer.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A minimal JSON writer for the command-line tool's machine-readable output.
 // Keys keep the order they are written in, so output is stable across runs.
 #pragma once

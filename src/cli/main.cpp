@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli: Velomar's engine without a window.
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Command-line parsing shared by the commands of velomar-cli.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Output files of velomar-cli: written whole or not at all.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli overlay import: the Import Overlay command of the application,
 // its questions answered by --yes, the project saved when it worked.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli new, segment: build and edit projects through the application
 // object, its questions and its undo queue, as the window does; the project
 // is saved only when the whole command worked.

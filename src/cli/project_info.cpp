@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli info on a project: every setting the file holds, as JSON or as
 // a readable summary. Frames are indices from 0, as the file holds them.
 #include <cstdio>

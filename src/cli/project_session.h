@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // One run of a project command: the application object over headless ports,
 // answering questions from the command's flags.
 #pragma once

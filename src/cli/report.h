@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // How velomar-cli reports a failure: the program's report form on standard
 // error, and with --json an {"error": ...} object on standard output.
 #pragma once

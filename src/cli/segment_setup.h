@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Building a project from the command line the way the window's commands
 // build one: a sequence opened as a new project, a segment added on its key
 // frame with a mask imported by Import Mask. `new`, `segment add`, `track

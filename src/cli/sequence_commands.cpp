@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli sequence, demo-shot: the frame list a click on a file gives,
 // and a generated shot to try everything on.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli set: the composition's and the overlay's settings, each one
 // as one undo step (so through the setters' clamps), as the property panel
 // changes them. Keys and value forms are those of

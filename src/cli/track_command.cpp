@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli track: tracks a project's segments, or a one-off shot, through
 // the same worker and messages as the window, and saves what was computed,
 // also when a run fails or Ctrl-C stops it.

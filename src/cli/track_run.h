@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Tracking from the command line as the window tracks: segments queued
 // through the session's app::Processor with Process, the worker's messages
 // run on this thread, progress on standard error, and Ctrl-C stopping the

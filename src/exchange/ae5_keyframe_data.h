@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The keyframe text the compositing host reads when it is pasted onto a
 // layer: "Adobe After Effects 5.0 Keyframe Data".
 //

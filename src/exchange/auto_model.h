@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The choice of export model for "Auto": the simplest of Translation,
 // Rigid, Rigid & Scale and the mixed affine model whose residual moves no
 // frame's diagonals by the admissible inaccuracy or more.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "exchange/corner_pin_applicator.h"
 
 #include "exchange/thin.h"

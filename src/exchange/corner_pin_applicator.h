@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The applicator that drives the "Corner Pin" effect: the frame's four
 // corners, mapped by each frame's transform. Stages 1..4 are the effect
 // parameters Upper Left, Upper Right, Lower Left, Lower Right.

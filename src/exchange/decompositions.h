@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Per-frame arithmetic of the export: the transform a frame hands to the
 // host, and its decomposition into the parameters of each export model.
 //

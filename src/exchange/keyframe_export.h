@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The whole keyframe export of a composition's overlay motion: what the
 // composition's WriteKeyframeText gathers and hands over.
 #pragma once

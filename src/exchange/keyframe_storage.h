@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The sink through which every transform applicator delivers its keyframes.
 //
 // One implementation writes the keyframe text that the compositing host

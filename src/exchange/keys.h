@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Keyframe lists of one parameter, in frame order, as the applicators build
 // them and the thinning routines shorten them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The applicators that speak the layer's own parameters: Position, Scale,
 // Rotation (and, for the mixed model, the "Transform" effect's Skew).
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The overlay motion as data for pipelines: one JSON object with the frame
 // format and, per frame, the transform the host gets (the task applied, as
 // in the keyframe text) and the frame's four corners mapped by it.

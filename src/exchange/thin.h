@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Removal of keyframes that the host's linear interpolation reproduces
 // within a tolerance.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Thinning tolerances of the applicators' lists, from the admissible
 // inaccuracy e in pixels and the model's weight w.
 //

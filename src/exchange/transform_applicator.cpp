@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "exchange/transform_applicator.h"
 
 #include "exchange/auto_model.h"

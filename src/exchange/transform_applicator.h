@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Turns the per-frame transforms of a Transformations record into keyframes
 // of the host's layer parameters and effects, thins them, and delivers them
 // one a call into a VL::KeyframeStorage.

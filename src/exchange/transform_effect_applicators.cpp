@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "exchange/transform_effect_applicators.h"
 
 #include <cmath>

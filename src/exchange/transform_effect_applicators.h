@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The applicators that drive the "Transform" effect: position, scale
 // height and width, skew and skew axis, rotation.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "exchange/transformations.h"
 
 Transformations::Transformations(const Transformations& other)

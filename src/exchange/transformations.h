@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The motion of a composition as it leaves the program: per-frame
 // transforms of the overlay and the settings of the export.
 //

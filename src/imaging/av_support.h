@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Small ownership wrappers and shared settings for the FFmpeg libraries.
 //
 // Internal to the imaging layer: only the library-backed codec and the video

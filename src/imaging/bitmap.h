@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Raster images: one pixel buffer, a row table and a handful of numbers.
 //
 // img::bitmap<Kind> is a plain value (copies are deep). All pixel access goes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The BMP format, byte by byte: uncompressed 1, 8, 24 and 32 bits per pixel
 // with the 40-byte info header, top-down or bottom-up.
 //

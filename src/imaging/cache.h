@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The frame cache: decoded frames shared by every thread that wants them.
 //
 // The cache keeps a quota in bytes and never takes away a frame in use, so

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Small helpers shared by the BMP and TGA codecs: little-endian fields,
 // stream sizes, and the checks that keep a lying header from allocating.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The tracker's working picture: four floats a pixel (blue, green, red,
 // alpha), each the byte value as it stands, 0.0 to 255.0, with no scaling.
 //

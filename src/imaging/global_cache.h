@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The process-wide frame cache and its prefetcher.
 //
 // One cache holds the decoded frames of every thread of the program; it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // From what the user picked to the ordered list of a sequence's frames.
 //
 // The user names one file: any frame of a numbered series, or an ".ais" list.

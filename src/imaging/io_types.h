@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The common face of the image file readers and writers, and their failures.
 #pragma once
 

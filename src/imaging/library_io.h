@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The library-backed image reader and writer: PNG, JPEG, GIF, TIFF, BMP,
 // DPX and OpenEXR through FFmpeg's image codecs and libswscale.
 //

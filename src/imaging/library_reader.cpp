@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Decoding: the file is read in one block into a buffer that the codec's
 // packet owns, the decoder is picked by the file's signature, the first
 // picture is decoded, and it is converted straight into the caller's image

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Encoding: the image is converted into a frame of the encoder's pixel
 // format, encoded in memory, and only then written to the file in one go.
 #include <fcntl.h>

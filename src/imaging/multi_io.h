@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // One face for all image formats: a reader and a writer that hold the native
 // BMP/TGA codec first and the library-backed codec second, and forward to
 // them. Build one on the spot wherever it is needed; they hold no state

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The system's own reader and writer of BMP and TGA files.
 //
 // Without a format word the reader chooses by the name's last four

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Reduction of an rgba32 image to at most 256 colours, for the GIF writer.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The prefetcher: a worker that decodes the frames the tracker will want
 // next into the cache, so that the tracker finds them there.
 #pragma once

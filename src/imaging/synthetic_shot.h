@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Generated footage with a known motion: a textured plate moved by a smooth
 // affine motion over a differently textured, differently moving background.
 // The demo and the tests use it, so that every result has its ground truth.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The TGA format, byte by byte: image types 1 to 11, uncompressed or
 // run-length encoded, true colour of 15, 16, 24 and 32 bits or colour-mapped.
 //

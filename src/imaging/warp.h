@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Samplers: an image seen through an affine transform, one destination pixel
 // at a time.
 //

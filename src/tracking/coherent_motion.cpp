@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The search for coherent block motions; see coherent_motion.h for the
 // functional. Offsets are all the state: every stage overwrites them.
 #include "tracking/coherent_motion.h"

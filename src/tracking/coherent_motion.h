@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Coherent motion: one displacement for every grid segment at once, so that
 // good matches are kept and neighbouring segments move alike.
 //

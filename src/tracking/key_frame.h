@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The frame loop: from a painted mask to one transformation per frame.
 //
 // A segment is tracked backward from its key frame to the first frame of its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Profile building. The raw scan is the tracker's hottest loop: every mask
 // pixel is compared with (2Q+1) squared positions. Results must equal the
 // plain pixel-by-pixel scan bit for bit.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Matching profiles: for every grid segment, how well it fits the target
 // frame at each displacement of a search window around its expected shift.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Merging of pieces too small to be matched into the piece whose centre is
 // nearest (centres, not touching: an outline fragment joins the closest block
 // even across a gap). Rounds repeat until no small piece is left or only one

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Pixel-level refinement ("optic flow" in the log): improves a candidate
 // transformation from the reference frame to a target frame on the pixels
 // themselves, and measures the discrepancy by which the frame loop compares

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The extra optic-flow solvers of the estimation method "intensive": each
 // accepted pixel channel becomes a weighted point pair p → p - (d / |g|) n,
 // ignored pixels drop out altogether, and the point-set fit of the model is

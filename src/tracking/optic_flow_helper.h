@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A second core for the optic flow's per-sample passes: one helper thread for
 // the whole process, started on first use and kept, because a measure is too
 // short to pay for starting a thread each time.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The primary optic-flow solvers: the normal equations of the brightness
 // constraints, with the matrix built once per reference frame and only the
 // right side recomputed in each iteration.

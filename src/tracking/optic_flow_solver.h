@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Solvers of the pixel-level refinement: they turn the colour residuals of
 // the reference pixels into an amendment, a small transformation of the
 // motion model in reference coordinates.

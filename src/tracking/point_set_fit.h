@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Least-squares fits of a motion model to weighted point pairs (p moves to q).
 //
 // Each model has a closed form on moments, so an accumulator keeps a few

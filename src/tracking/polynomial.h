@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Real roots of monic cubics and quartics in closed form.
 //
 // The rigid optic-flow solver needs the Lagrange multiplier of a quadratic

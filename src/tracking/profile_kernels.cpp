@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Instruction-set variants of the profile loops. Each variant is one entry
 // function with the target attribute and `flatten`: the shared templates
 // below are inlined into it and compiled for its instruction set, so the

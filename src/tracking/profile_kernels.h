@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Inner loops of profile building, one variant per instruction set, for the
 // profile stage only (matching_profile.cpp). Not a public interface.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The reference frame's mask cut into small connected pieces, each of which
 // gets its own motion in block matching.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Labelling of the mask on the square grid, the segment records built from
 // the labels, and the segments' positions.
 #include <algorithm>

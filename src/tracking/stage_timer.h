@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Where the tracker reports the time of its stages. The worker hands in the
 // run's timing tree behind this port; tests and benchmarks pass null.
 #pragma once

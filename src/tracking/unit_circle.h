@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The exact minimum of a quadratic form on the unit circle, which the rigid
 // optic-flow solver needs once the shift has been eliminated.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Stand-ins for the program around the model: a view that
 // records what it is told, and a composition over generated frames.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The application's commands over scripted dialogs and a stand-in for the
 // project file, so that every question, its order and its effect is seen.
 #include <stdexcept>

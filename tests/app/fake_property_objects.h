@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A segment for the property trees to read and write: plain fields, and
 // every setter call recorded as text so that a test sees exactly what
 // reached the object. The composition and the overlay are shown through the

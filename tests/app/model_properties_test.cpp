@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A property row written over the real model is one undoable action.
 #include <gtest/gtest.h>
 

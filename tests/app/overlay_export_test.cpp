@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The overlay's motion leaving the program from a real composition.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

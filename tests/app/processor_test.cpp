@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The tracker's worker: queueing, cancelling, the messages and statuses it
 // leaves on the owning thread, its diagnostics and its error path.
 #include "app/work/processor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The application's Open, Save and Save As with the real project file.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Runs velomar-cli as a script does: arguments quoted for the shell, no
 // standard input, standard output and error captured.
 #pragma once

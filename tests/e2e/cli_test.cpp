@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli as a user or a script runs it.
 #include <filesystem>
 #include <fstream>

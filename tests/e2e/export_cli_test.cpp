@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli export on a project written by the program itself: a segment
 // of known motion and a still overlay, so the expected text is known.
 #include <filesystem>

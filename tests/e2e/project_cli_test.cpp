@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli building and editing a project as a script does.
 #include <filesystem>
 #include <fstream>

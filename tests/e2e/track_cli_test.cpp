@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // velomar-cli track on a small generated shot whose motion is known.
 #include <signal.h>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Stand-in files behind a cache: each name decodes to a 10 x 10 picture
 // whose pixels all carry a word derived from the name, so a holder can check
 // that its frame is still its own. `hook` runs before each decode, with the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The two formats read and written without the codec library: BMP and TGA,
 // from bytes the tests build field by field.
 #include "imaging/native_io.h"

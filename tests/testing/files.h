@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Test helpers: a private temporary folder per test, and byte-level file
 // building, so that every file a test reads is written by the test itself.
 #pragma once

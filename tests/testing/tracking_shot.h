@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Generated footage for the tracking suites: a textured plate moved by a
 // known motion of one motion model over a differently moving textured
 // background, with optional noise, a global brightness change and an

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Coherent motion: the Jacobi sweep against a plain per-neighbour sum, the
 // weight mu and the iteration's log, uniform tie breaking, and whole
 // searches recovering the known motion of a generated texture.

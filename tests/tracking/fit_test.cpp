@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Closed-form fits: real roots of cubics and quartics, the minimum on the
 // unit circle, and the point-set fits of every motion model.
 #include <algorithm>

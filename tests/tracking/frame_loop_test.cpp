@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The frame loop on generated footage with a known motion: what accuracy it
 // reaches for each motion model and estimation method, how a lost object
 // ends one direction only, and that an interrupted run resumes exactly.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Masks drawn as text and textured pictures for the block-matching suites.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Matching profiles: the fast scan against a plain transcription of the
 // comparison, the self-compared mode, and the known shift of a generated
 // texture found at the profile's best cell.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The pixel-level refinement: its solvers, the measure's reading of the
 // target, and whole refinements on generated pictures of known motion.
 #include "tracking/optic_flow.h"

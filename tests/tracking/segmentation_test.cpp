@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Cutting a mask into grid pieces: labels of drawn masks, records with their
 // neighbours, the merging of small pieces, positions.
 #include "tracking/segmentation.h"

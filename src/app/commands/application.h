@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The application object: owns the one composition, the operation stack and
 // the preferences, and carries out the File, Edit and Segment commands with
 // their questions, in their fixed orders. It reaches the desktop only through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // When each command of the File, Edit and Segment menus is enabled, as pure
 // functions over a snapshot of the state they look at. The composition's
 // owner fills the snapshot; the menus, the command-line tool and the tests

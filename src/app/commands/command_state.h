@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The state the enabling rules look at, read from the project.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/commands/command_texts.h"
 
 #include "app/operation_stack.h"

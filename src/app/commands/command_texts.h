@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The fixed words of the File, Edit and Segment commands: operation names
 // for failure reports, questions, notices and file dialogs. They are the
 // program's own words and must not change by a byte.

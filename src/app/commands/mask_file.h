@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Masks as image files: Import Mask reads any image the readers know into a
 // one-bit mask, Export Mask writes a BMP of one bit per pixel.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The Preferences menu as data and rules a menu asks: which entries exist,
 // which is ticked, which is enabled, and what choosing one does. All entries
 // are always enabled except Rendering Format, Alpha.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Copy Transforms and Export Transforms: the keyframe text of the overlay's
 // motion to the clipboard or to a file. Both are enabled by
 // HasTransformsToExport (app/model/keyframe_export.h).

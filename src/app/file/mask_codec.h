@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A segment's mask in the project file: the attribute `encoded`, holding a
 // PNG file image of the mask as lower-case hexadecimal digits, two a byte,
 // without separators. White pixels are the set ones.

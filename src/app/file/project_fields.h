@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The project file's schema as field descriptions over plain records. The
 // same functions write a record into a document and read it back; moving the
 // record into or out of a composition is project_file.cpp's business, so that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The project file (".vlp"): one XML document with the root element
 // "Velomar", read and written through the same field descriptions.
 #pragma once

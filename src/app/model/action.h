@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // One undoable change of project data, and the generic change of one value.
 #pragma once
 

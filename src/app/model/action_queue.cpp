@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/model/action_queue.h"
 
 ActionQueue::~ActionQueue() {

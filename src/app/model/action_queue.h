@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The undo queue: undo and redo to a fixed depth, and the modification
 // balance that tells whether the project differs from its file.
 #pragma once

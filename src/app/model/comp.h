@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The composition: the project. The underlay's frames, the overlay, the
 // stacked segments, the settings, current and preview time, the undo queue,
 // and the top path that tells which segment rules each frame.

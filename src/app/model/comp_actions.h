@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Undo steps on the composition's list of segments (its settings change
 // through the generic SettingAction).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // How other parts see the project: the composition, its segments and its
 // overlay through abstract interfaces. Changes go through the undo queue;
 // reads go straight to the data.

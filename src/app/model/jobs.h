@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The tracking jobs as the application core sees them: a queue of segments
 // on one worker. The processor implements it; a program without one passes
 // NoJobs, which refuses every segment and has nothing to cancel.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/model/keyframe_export.h"
 
 #include "app/model/comp.h"

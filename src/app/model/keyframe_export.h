@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The composition's overlay motion as it leaves the program: the record the
 // applicators read, the frame format of the text's header, and the keyframe
 // text or per-frame data written from them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The overlay: a still image or a sequence laid over the underlay and given
 // the tracked motion. It keeps its placement in time (source offset,
 // trimming), its anchor in time (the match frame, where the transformation

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The property model behind the property panel.
 //
 // A Property describes one row of the panel: how to read and write its value

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // What the property panel may read and write on the objects it shows.
 //
 // A property holds no value: it reads through one of these interfaces and

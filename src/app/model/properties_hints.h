@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The hint of every property, composed from the current value.
 //
 // Each hint exists in English and in Russian with the same branches and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Numbers as the property panel's text fields show and take them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The property trees of the composition, the overlay and a segment.
 //
 // Built on first use and kept for the rest of the run; they hold no value

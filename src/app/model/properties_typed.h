@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The kinds of property the trees are built from.
 //
 // TypedProperty<T> reads and writes a T and maps it to its control: numbers

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // A segment: a mask painted on a key frame, the frames wanted tracked, the
 // tracking parameters, and the results in a shared VLSegmentData.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // The tracker's worker: takes queued segments one after the other, runs the
 // frame loop on each, and reports back to the owning thread only through
 // messages. It also keeps the tracker's diagnostics: with VL_DEBUG_DIR set,
