@@ -20,9 +20,9 @@ fi
 # The suites with threads of their own: the worker and the message queue,
 # the frame cache and the prefetcher, decoding side by side, the profile
 # builder and the optic flow helper, the frame loop's two directions, the
-# link's socket server.
-tsan_targets=(base_tests imaging_tests tracking_tests app_tests)
-tsan_tests='(^|/)(WorkThread|Cache|PrefetchQueue|Prefetcher|LibraryIo|LibraryReader|BuildProfiles|RawProfiles|OpticFlow|FrameLoop[A-Za-z]*|Processor|MessageQueue|LinkSleeper)\.'
+# preview's compositing worker, the link's transport and socket server.
+tsan_targets=(base_tests imaging_tests tracking_tests exchange_tests app_tests)
+tsan_tests='(^|/)(WorkThread|Cache|PrefetchQueue|Prefetcher|LibraryIo|LibraryReader|BuildProfiles|RawProfiles|OpticFlow|FrameLoop[A-Za-z]*|Processor|MessageQueue|Merger|VLView|LinkServer|LinkBadPeer|LinkSleeper)\.'
 
 for preset in "${presets[@]}"; do
   echo "== $preset: build"
