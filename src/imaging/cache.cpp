@@ -7,18 +7,24 @@
 #include <utility>
 
 #include "base/errors.h"
+#include "imaging/merge.h"
 
 namespace img {
 
 bool key_matches_file(const CacheKey& key, std::string_view name) {
-  const std::string* file = std::get_if<std::string>(&key);
-  return file != nullptr && *file == name;
+  if (const std::string* file = std::get_if<std::string>(&key)) return *file == name;
+  if (const MergeDetails* details = std::get_if<MergeDetails>(&key))
+    return is_plain_file(*details) && *details->underlay_file == name;
+  return false;
 }
 
 bool keys_equal(const CacheKey& a, const CacheKey& b) {
   if (const std::string* name = std::get_if<std::string>(&b)) return key_matches_file(a, *name);
   if (const std::string* name = std::get_if<std::string>(&a)) return key_matches_file(b, *name);
-  return a.index() == b.index();  // both tag 0
+  if (a.index() != b.index()) return false;
+  if (const MergeDetails* details = std::get_if<MergeDetails>(&a))
+    return *details == std::get<MergeDetails>(b);
+  return true;  // both tag 0
 }
 
 Cache::Cache(FileLoader loader, int64_t quota_bytes)
@@ -27,6 +33,7 @@ Cache::Cache(FileLoader loader, int64_t quota_bytes)
 Cache::~Cache() {
   std::unique_lock lock(mutex_);
   loaded_.wait(lock, [this] { return loading_.empty(); });
+  merged_.wait(lock, [this] { return merging_.empty(); });
   entries_.clear();
 }
 
@@ -63,6 +70,63 @@ CacheEntry* Cache::acquire_file(const std::string& name, bool touch) {
   loading_.erase(std::find(loading_.begin(), loading_.end(), name));
   loaded_.notify_all();
   return insert(std::move(entry), true, touch, doomed);
+}
+
+CacheEntry* Cache::acquire_merge(const MergeDetails& details,
+                                 bool touch,
+                                 const std::atomic<bool>* cancel) {
+  if (is_plain_file(details)) return acquire_file(*details.underlay_file, touch);
+  NodeList doomed;
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    if (CacheEntry* hit = find_merge(details, touch)) return hit;
+    if (std::find(merging_.begin(), merging_.end(), details) == merging_.end()) break;
+    ++waiters_;
+    merged_.wait(lock);
+    --waiters_;
+  }
+  const auto mine = merging_.insert(merging_.end(), details);
+  lock.unlock();
+
+  std::unique_ptr<CacheEntry> entry;
+  try {
+    entry = make_composite(*this, details, cancel);
+  } catch (...) {
+    lock.lock();
+    merging_.erase(mine);
+    merged_.notify_all();
+    throw;
+  }
+
+  lock.lock();
+  merging_.erase(mine);
+  merged_.notify_all();
+  if (!entry) return nullptr;  // cancelled: nothing is recorded
+  return insert(std::move(entry), true, touch, doomed);
+}
+
+bool Cache::contains(const MergeDetails& details) {
+  std::lock_guard lock(mutex_);
+  CacheEntry* hit =
+      is_plain_file(details) ? find_file(*details.underlay_file, true) : find_merge(details, true);
+  if (!hit) return false;
+  // The lookup's reference goes back at once; the entry cannot drop to no
+  // references here while over quota, since it had none before.
+  for (Node& node : entries_)
+    if (node.entry.get() == hit) --node.references;
+  return true;
+}
+
+void Cache::discard_merges_of_mask(const bitmap<bit1>* mask) {
+  NodeList doomed;
+  std::lock_guard lock(mutex_);
+  for (auto it = entries_.begin(); it != entries_.end();) {
+    const auto next = std::next(it);
+    const MergeDetails* details = std::get_if<MergeDetails>(&it->entry->key);
+    if (it->references == 0 && details && details->show_mask && details->mask == mask)
+      remove(it, doomed);
+    it = next;
+  }
 }
 
 void Cache::release(CacheEntry* entry) {
@@ -141,6 +205,17 @@ CacheEntry* Cache::find_file(std::string_view name, bool touch) {
   return nullptr;
 }
 
+CacheEntry* Cache::find_merge(const MergeDetails& details, bool touch) {
+  for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+    const MergeDetails* key = std::get_if<MergeDetails>(&it->entry->key);
+    if (!key || !(*key == details)) continue;
+    ++it->references;
+    if (touch) entries_.splice(entries_.begin(), entries_, it);
+    return it->entry.get();
+  }
+  return nullptr;
+}
+
 CacheEntry* Cache::insert(std::unique_ptr<CacheEntry> entry,
                           bool add_reference,
                           bool to_front,
@@ -187,6 +262,18 @@ CacheHandle& CacheHandle::operator=(CacheHandle&& other) noexcept {
 void CacheHandle::acquire_file(const std::string& name, bool touch) {
   release();
   entry_ = cache_->acquire_file(name, touch);
+}
+
+void CacheHandle::acquire_merge(const MergeDetails& details,
+                                const std::atomic<bool>* cancel,
+                                bool touch) {
+  release();
+  entry_ = cache_->acquire_merge(details, touch, cancel);
+}
+
+void CacheHandle::swap(CacheHandle& other) noexcept {
+  std::swap(cache_, other.cache_);
+  std::swap(entry_, other.entry_);
 }
 
 void CacheHandle::release() {

@@ -9,6 +9,7 @@
 // else is locked under it, and the loader is never called with it held.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -21,27 +22,22 @@
 #include <vector>
 
 #include "imaging/bitmap.h"
+#include "imaging/merge_details.h"
 
 namespace img {
 
-// What an entry holds: nothing (tag 0) or the decoded picture of one file,
-// by its name as given (tag 1).
-//
-// The third alternative, a composite keyed by its complete description
-// (tag 2, an owned copy of MergeDetails), joins the variant when that type
-// exists. It comes with three changes, all local: key_matches_file() learns
-// that a composite which only reproduces a file (underlay shown, no overlay
-// and no mask, underlay moved by exactly (0, 0)) matches that file's name;
-// keys_equal() compares two composites with MergeDetails' own equality; and
-// Cache gains acquire_merge (the same loop as acquire_file over a `merging`
-// list, with plain-file details handed to acquire_file), contains and
-// discard_merges_of_mask.
-using CacheKey = std::variant<std::monostate, std::string>;
+// What an entry holds: nothing (tag 0), the decoded picture of one file, by
+// its name as given (tag 1), or a composite keyed by an owned copy of its
+// complete description (tag 2).
+using CacheKey = std::variant<std::monostate, std::string, MergeDetails>;
 
-// Whether `key` is found by a lookup of the file `name` (a key of tag 1).
+// Whether `key` is found by a lookup of the file `name` (a key of tag 1). A
+// composite that only reproduces a file (is_plain_file) matches that file's
+// name.
 bool key_matches_file(const CacheKey& key, std::string_view name);
 // Key equality: different tags are unequal (save the file-against-composite
-// rule above), tag 0 equals tag 0, names compare byte for byte.
+// rule above), tag 0 equals tag 0, names compare byte for byte, composites
+// by MergeDetails' own equality.
 bool keys_equal(const CacheKey& a, const CacheKey& b);
 
 struct CacheEntry {
@@ -60,7 +56,7 @@ class Cache {
 
   // The quota starts at `quota_bytes`.
   Cache(FileLoader loader, int64_t quota_bytes);
-  // Waits until no decode is under way, then destroys every entry, whatever
+  // Waits until no decode or composite is under way, then destroys every entry, whatever
   // its references. No thread may still ask for frames.
   ~Cache();
   Cache(const Cache&) = delete;
@@ -73,6 +69,22 @@ class Cache {
   // A failed decode throws the loader's exception and records nothing, so a
   // later request tries again.
   CacheEntry* acquire_file(const std::string& name, bool touch);
+
+  // The same for a composite: one thread composites (make_composite, outside
+  // the lock) while others asking for equal details wait. Details that are a
+  // plain file are acquire_file of the underlay's name. Returns null when
+  // `cancel` stopped the composite; nothing is inserted then.
+  CacheEntry* acquire_merge(const MergeDetails& details,
+                            bool touch,
+                            const std::atomic<bool>* cancel);
+
+  // Whether the composite (or the plain file) is held; a hit moves to the
+  // most recent end.
+  bool contains(const MergeDetails& details);
+
+  // Destroys every composite nobody holds that shows `mask`: after an edit
+  // of the mask they must not be found again.
+  void discard_merges_of_mask(const bitmap<bit1>* mask);
 
   // Gives back one reference. An entry that drops to no references while
   // the cache is over quota is destroyed at once. Throws runtime_error
@@ -112,6 +124,7 @@ class Cache {
   // which the caller destroys after unlocking, so no image is freed under
   // the lock.
   CacheEntry* find_file(std::string_view name, bool touch);
+  CacheEntry* find_merge(const MergeDetails& details, bool touch);
   CacheEntry* insert(std::unique_ptr<CacheEntry> entry,
                      bool add_reference,
                      bool to_front,
@@ -127,6 +140,8 @@ class Cache {
   NodeList entries_;  // front: most recent; back: evicted first
   std::vector<std::string> loading_;
   std::condition_variable loaded_;  // broadcast whenever a decode ends
+  std::list<MergeDetails> merging_;
+  std::condition_variable merged_;  // broadcast whenever a composite ends
   size_t waiters_ = 0;
 };
 
@@ -144,6 +159,10 @@ class CacheHandle {
   // Releases what the handle held, then acquires the file. If the acquiring
   // throws, the handle is left empty.
   void acquire_file(const std::string& name, bool touch);
+  // Releases, then acquires the composite; empty when it was cancelled.
+  void acquire_merge(const MergeDetails& details, const std::atomic<bool>* cancel, bool touch);
+  // Exchanges the held entries of two handles of the same cache.
+  void swap(CacheHandle& other) noexcept;
   // Gives the reference back; an empty handle does nothing.
   void release();
 

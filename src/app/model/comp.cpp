@@ -46,10 +46,16 @@ void VLComp::ShowInPanel(PanelObject object, int32_t segment) {
 }
 
 void VLComp::RefreshView() {
-  if (view_) view_->invalidate();
+  if (viewControl_)
+    viewControl_->Refresh();
+  else if (view_)
+    view_->invalidate();
 }
 void VLComp::StopView() {
-  if (view_) view_->stop_play_timer();
+  if (viewControl_)
+    viewControl_->Stop();
+  else if (view_)
+    view_->stop_play_timer();
 }
 void VLComp::SetViewImageSize(uint32_t width, uint32_t height) {
   if (view_) view_->set_image_size(width, height);

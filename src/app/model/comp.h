@@ -21,6 +21,7 @@
 #include "app/model/overlay.h"
 #include "app/model/properties_access.h"
 #include "app/model/segment.h"
+#include "app/model/view_control.h"
 #include "app/operation_stack.h"
 #include "app/ports.h"
 #include "base/pixel_aspect.h"
@@ -226,8 +227,13 @@ class VLComp {
   const PanelState& GetPanel() const { return panel_; }
   void ShowInPanel(PanelObject object, int32_t segment = -1);
   void RefreshPanel() { ++panel_.revision; }
+  // Through the view control when a preview is installed, else straight to
+  // the surface (invalidate, stop the timer).
   void RefreshView();
   void StopView();
+  // The preview's logic installs itself here; null removes it.
+  void SetViewControl(VLViewControl* control) { viewControl_ = control; }
+  VLViewControl* GetViewControl() const { return viewControl_; }
   void SetViewImageSize(uint32_t width, uint32_t height);
   void UpdateTitle();
   void EnablePopupMenus(bool enable);
@@ -257,6 +263,7 @@ class VLComp {
   app::OperationStack& operations_;
   app::UserDialogs* dialogs_;
   app::ViewSurface* view_;
+  VLViewControl* viewControl_ = nullptr;
   app::NoJobs noJobs_;
   app::Jobs* jobs_ = &noJobs_;
   PanelState panel_;

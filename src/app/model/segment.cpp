@@ -23,7 +23,12 @@ class SegmentDataSpanMessage : public app::VLMessage {
     segment_.SetDataSpan(span_.first, span_.last);
     if (VLComp* comp = segment_.GetComposition()) {
       comp->GetActionQueue().CountModification();
-      comp->RefreshView();
+      // A preview follows the tracker frame by frame; without one the
+      // surface only repaints.
+      if (VLViewControl* view = comp->GetViewControl())
+        view->OnSegmentData(segment_, frame_);
+      else
+        comp->RefreshView();
     }
   }
   int32_t frame() const { return frame_; }
@@ -294,7 +299,9 @@ bool VLSegment::Process() {
     return false;
   }
   interface_.EndEdit();
-  return composition_->GetJobs().enqueue(*this);
+  if (!composition_->GetJobs().enqueue(*this)) return false;
+  if (VLViewControl* view = composition_->GetViewControl()) view->OnSegmentQueued(*this);
+  return true;
 }
 
 void VLSegment::Cancel() {

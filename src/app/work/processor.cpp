@@ -43,7 +43,11 @@ class SegmentStatusMessage : public VLMessage {
       for (const auto& [name, child] : times_->root().children) AddTiming(root.child(name), child);
     }
     segment_.SetStatus(status_);
-    if (VLComp* comp = segment_.GetComposition()) comp->RefreshView();
+    if (VLComp* comp = segment_.GetComposition()) {
+      if (VLViewControl* view = comp->GetViewControl(); view && status_ == kSegmentIdle)
+        view->OnSegmentIdle(segment_);
+      comp->RefreshView();
+    }
   }
 
  private:
