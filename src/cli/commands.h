@@ -25,6 +25,7 @@ int RunOverlay(const std::vector<std::string>& args);
 int RunSet(const std::vector<std::string>& args);
 int RunTrack(const std::vector<std::string>& args);
 int RunDemo(const std::vector<std::string>& args);
+int RunPreview(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -41,5 +42,6 @@ extern const Command kOverlayCommand;
 extern const Command kSetCommand;
 extern const Command kTrackCommand;
 extern const Command kDemoCommand;
+extern const Command kPreviewCommand;
 
 }  // namespace cli

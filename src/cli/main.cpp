@@ -18,7 +18,7 @@ namespace {
 const cli::Command* const kCommands[] = {
     &cli::kInfoCommand,   &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
     &cli::kNewCommand,    &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
-    &cli::kExportCommand, &cli::kTrackCommand,    &cli::kDemoCommand,
+    &cli::kExportCommand, &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kPreviewCommand,
 };
 
 void PrintToolHelp(FILE* out) {

@@ -46,6 +46,8 @@ class ProjectSession {
   // Null without a tracker.
   app::Processor* processor() { return processor_.get(); }
   const FlagDialogs& dialogs() const { return dialogs_; }
+  // The owning thread's messages; a command that waits for a worker pumps it.
+  app::MessageQueue& queue() { return queue_; }
   VLComp& comp();
   // Runs `command` and returns 0; a failure is reported through the
   // application's operation stack (and as {"error": ...} with `json`) and

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// velomar-cli preview: the picture the preview shows at one frame, written
+// to an image file. It runs the window's own path: the view builds the
+// request, its merger composites, and what the view paints is written.
+#include <filesystem>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+#include "app/model/comp.h"
+#include "app/model/segment.h"
+#include "app/preview/recording_surface.h"
+#include "app/preview/view.h"
+#include "app/profile_store.h"
+#include "cli/commands.h"
+#include "cli/options.h"
+#include "cli/project_session.h"
+#include "imaging/global_cache.h"
+#include "imaging/io_types.h"
+#include "imaging/multi_io.h"
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The window takes its workspace colour; a script gets a fixed grey.
+constexpr uint32_t kCliBackground = 0xABABAB;
+constexpr const char* kMakingPreview = "making preview";
+
+// "-o FILE" is the short form of "--output FILE".
+std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
+  for (auto& a : args)
+    if (a == "-o") a = "--output";
+  return args;
+}
+
+// KEY=VALUE with VALUE a decimal integer or 0x and hex digits.
+void ApplyStyle(app::DisplayStyle& style, const std::string& setting) {
+  const size_t eq = setting.find('=');
+  const std::string key = setting.substr(0, eq == std::string::npos ? setting.size() : eq);
+  const std::string text = eq == std::string::npos ? "" : setting.substr(eq + 1);
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  int64_t value = 0;
+  size_t used = 0;
+  try {
+    value = std::stoll(hex ? text.substr(2) : text, &used, hex ? 16 : 10);
+    if (hex) used += 2;
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (text.empty() || used != text.size() || value < 0 || value > 0xFFFFFFFFLL)
+    throw UsageError("--style needs KEY=VALUE with an integer VALUE, not '" + setting + "'");
+  if (!app::SetDisplayStyleKey(style, key, value))
+    throw UsageError("--style key '" + key +
+                     "' is none of Underlay, Overlay, Mask, InverseMask, Background, "
+                     "OverlayOpacity, MaskColor, MaskOpacity, Interpolation");
+}
+
+std::string StagingName(const std::string& target) {
+  std::random_device device;
+  const fs::path t(target);
+  return (t.parent_path() / ("." + t.filename().string() + ".part" + std::to_string(device())))
+      .string();
+}
+
+}  // namespace
+
+int RunPreview(const std::vector<std::string>& raw) {
+  Options options(WithLongOutput(raw), {"--edit-mode", "--json"},
+                  {"--frame", "--output", "--style"});
+  const bool json = options.flag("--json");
+  if (options.positional().size() != 1) throw UsageError("preview needs one PROJECT");
+  if (!options.has("--frame")) throw UsageError("preview needs --frame N");
+  if (!options.has("--output")) throw UsageError("preview needs -o FILE");
+  const int32_t frame = ParseFrameIndex(options.value("--frame"), "--frame");
+  const std::string out = options.value("--output");
+  app::DisplayStyle style;
+  style.background = kCliBackground;
+  for (const std::string& setting : options.values("--style")) ApplyStyle(style, setting);
+  const std::string format = img::upper_extension(out);
+  if (format.empty()) throw UsageError("cannot tell the output format from '" + out + "'");
+
+  ProjectSession session(true);
+  std::string staging;
+  const int status = session.Run(
+      [&] {
+        session.Open(options.positional()[0]);
+        VLComp& comp = session.comp();
+        if (frame >= comp.GetLength())
+          throw std::runtime_error("frame " + std::to_string(frame) +
+                                   " lies outside the composition, whose frames are 0 to " +
+                                   std::to_string(comp.GetLength() - 1));
+        app::Velomar& velomar = session.app();
+        velomar.GetOperations().push(kMakingPreview);
+        // The style of this run only: the view reads it from a store of
+        // its own and writes it back there.
+        app::MemoryProfileStore profile;
+        app::WriteDisplayStyle(profile, style);
+        app::RecordingSurface surface;
+        app::VLView view(comp, {.surface = surface,
+                                .profile = profile,
+                                .queue = velomar.GetQueue(),
+                                .dialogs = velomar.GetDialogs(),
+                                .cache = img::global_cache(),
+                                .workspace_colour = kCliBackground});
+        if (options.flag("--edit-mode")) {
+          // The editor works on the active segment.
+          const int32_t active = comp.GetActiveSegment();
+          comp.SetEditedSegment(active >= 0 ? &comp.GetSegmentObject(active) : nullptr);
+          view.set_view_mode(1);
+        }
+        comp.SetCurrentTime(frame);
+        view.refresh(true);
+        view.wait_idle([&] { session.queue().pump(); });
+
+        // The worker keeps its failures to itself (the window keeps the
+        // last picture); here the same composite is asked for once more on
+        // this thread, so its error reaches the user.
+        const img::MergeDetails details = view.BuildDetails(frame);
+        if (!view.back_buffer().shows(details)) {
+          img::CacheHandle again(img::global_cache());
+          again.acquire_merge(details, nullptr, true);
+          img::CacheHandle swap_in = std::move(again);
+          view.back_buffer().swap(swap_in);
+        }
+        img::image picture;
+        view.paint({0, 0, comp.GetWidth(), comp.GetHeight()},
+                   [&](const img::image& shown, app::PixelRect part) {
+                     picture.resize(part.width, part.height, 4);
+                     for (uint32_t y = 0; y < part.height; ++y)
+                       std::copy_n(shown.rows[y + part.y] + 4 * size_t(part.x), 4 * part.width,
+                                   picture.rows[y]);
+                   });
+        comp.SetEditedSegment(nullptr);
+        if (picture.empty()) throw std::runtime_error("nothing to show at this frame");
+
+        staging = StagingName(out);
+        img::multi_writer writer;
+        writer.write(staging, format, picture, format == "TGA");
+        fs::rename(staging, out);
+        staging.clear();
+        velomar.GetOperations().pop();
+      },
+      json, nullptr);
+  if (!staging.empty()) {
+    std::error_code ec;
+    fs::remove(staging, ec);
+  }
+  return status;
+}
+
+const Command kPreviewCommand = {
+    "preview", "the picture the preview shows at one frame, as an image file",
+    "usage: velomar-cli preview PROJECT.vlp --frame N -o FILE [--style KEY=VALUE]...\n"
+    "                           [--edit-mode] [--json]\n"
+    "\n"
+    "Writes the composite the preview shows at frame N (from 0, as the project\n"
+    "file and info number frames) to FILE, in the format of its extension\n"
+    "(bmp, tga, png, jpg, gif, tif; tga keeps the alpha channel).\n"
+    "  --style KEY=VALUE  a key of the display style for this run only, in its\n"
+    "                     stored integer form (decimal, or 0x and hex digits):\n"
+    "       Underlay, Overlay, Mask, InverseMask   0 or 1 (defaults 1, 1, 1, 0)\n"
+    "       Background, MaskColor    colour, blue in the low byte, then green,\n"
+    "                                red, alpha (default 0xABABAB: grey with\n"
+    "                                alpha 0, where the window takes its\n"
+    "                                workspace colour; MaskColor 255: blue)\n"
+    "       OverlayOpacity, MaskOpacity  thousandths (defaults 1000, 500)\n"
+    "       Interpolation            1 bilinear, 0 nearest (default 1)\n"
+    "  --edit-mode        what the view shows while the mask editor is on: no\n"
+    "                     compensation, the active segment's mask tinted over it\n"
+    "Fails (status 1) when a frame is missing or has the wrong size, an overlay\n"
+    "cannot be read, or FILE cannot be written; no partial file is left.\n",
+    RunPreview};
+
+}  // namespace cli
