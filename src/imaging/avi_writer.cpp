@@ -116,7 +116,8 @@ bool TakenByAvi(const AVCodec& codec) {
 
 bool Listable(const AVCodec& codec) {
   return av_codec_is_encoder(&codec) && codec.type == AVMEDIA_TYPE_VIDEO &&
-         !(codec.capabilities & (AV_CODEC_CAP_EXPERIMENTAL | AV_CODEC_CAP_HARDWARE)) &&
+         !(codec.capabilities &
+           (AV_CODEC_CAP_EXPERIMENTAL | AV_CODEC_CAP_HARDWARE | AV_CODEC_CAP_HYBRID)) &&
          TakenByAvi(codec);
 }
 
