@@ -20,6 +20,7 @@
 #include "cli/json.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
+#include "cli/render_run.h"
 #include "cli/style_option.h"
 #include "cli/track_run.h"
 #include "imaging/global_cache.h"
@@ -101,20 +102,6 @@ class RenderDialogs : public app::UserDialogs {
   const InterruptWatch& watch_;
   int asked_ = 0;
   std::vector<std::string> notices_;
-};
-
-struct RenderRequest {
-  std::string project;
-  std::string out;
-  bool avi = false;
-  bool overlay_only = false;
-  std::optional<std::string> format;
-  std::optional<bool> alpha;
-  std::optional<int> field;
-  std::optional<std::string> coder;
-  std::string coder_options;
-  std::optional<My::Span> span;
-  app::DisplayStyle style;
 };
 
 RenderRequest ParseRequest(const Options& options) {
@@ -199,6 +186,75 @@ void PrintOutcome(const app::RenderOutcome& outcome, double seconds, bool json) 
 
 }  // namespace
 
+app::RenderOutcome RenderInSession(ProjectSession& session,
+                                   const RenderRequest& r,
+                                   const InterruptWatch& watch) {
+  VLComp& comp = session.comp();
+  app::Velomar& velomar = session.app();
+  app::AppPreferences& preferences = velomar.GetPreferences();
+  if (r.format) preferences.renderingFormat = *r.format;
+  if (r.alpha) preferences.renderingAlpha = *r.alpha;
+  if (r.field) preferences.renderingField = *r.field;
+  if (r.span) {
+    if (r.span->first < 0 || r.span->first > r.span->last || r.span->last > comp.GetLength())
+      throw UsageError("--span FIRST:LAST must lie in 0:" + std::to_string(comp.GetLength()) +
+                       " (frame indices from 0, LAST one past the end)");
+    comp.SetWorkAreaDirect(*r.span);
+  }
+  // The style and the coder of this run only.
+  app::MemoryProfileStore profile;
+  app::WriteDisplayStyle(profile, r.style);
+  app::AviCoderList coders;
+  if (r.coder) {
+    const img::avi::AviCoderInfo* coder = coders.find(*r.coder);
+    if (!coder)
+      throw img::avi::exception(img::avi::kOpenCoderError,
+                                "no AVI coder \"" + *r.coder + "\": velomar-cli coders lists them");
+    app::ChooseAviCoder(preferences, profile, *coder, r.coder_options);
+  }
+
+  std::string answer = r.out;
+  if (!r.avi) {
+    const fs::path folder(r.out);
+    if (fs::exists(folder) && !fs::is_directory(folder))
+      throw std::runtime_error("the output folder is a file: " + r.out);
+    fs::create_directories(folder);
+    const My::Span area = comp.GetWorkArea();
+    const int32_t first = std::clamp(area.first, 0, comp.GetLength() - 1);
+    answer = (folder / (fs::path(comp.GetUnderlay()[size_t(first)]).stem().string() + "." +
+                        preferences.renderingFormat))
+                 .string();
+  }
+
+  RenderDialogs dialogs(velomar.GetDialogs(), answer, watch);
+  app::RecordingSurface surface;
+  // The merger's cursor messages may still wait in the queue when this
+  // render is over: they go to the session's dialogs, which outlive it.
+  app::VLView view(comp, {.surface = surface,
+                          .profile = profile,
+                          .queue = velomar.GetQueue(),
+                          .dialogs = velomar.GetDialogs(),
+                          .cache = img::global_cache(),
+                          .workspace_colour = kCliBackground});
+  app::RenderPorts ports{.comp = comp,
+                         .view = view,
+                         .dialogs = dialogs,
+                         .profile = profile,
+                         .preferences = preferences,
+                         .operations = velomar.GetOperations(),
+                         .coders = coders,
+                         .cache = img::global_cache(),
+                         .filter = velomar.GetAviFilter(),
+                         .pump = [&] { session.queue().pump(); }};
+  const app::RenderOutcome outcome = app::Render(ports, r.overlay_only);
+  if (!outcome.started) {
+    // A refused answer or a missing coder: its notice is the failure.
+    throw std::runtime_error(dialogs.notices().empty() ? "nothing was rendered"
+                                                       : dialogs.notices().back());
+  }
+  return outcome;
+}
+
 int RunRender(const std::vector<std::string>& args) {
   const Options options(
       WithLongOutput(args), {"--overlay-only", "--alpha", "--no-alpha", "--json"},
@@ -210,72 +266,11 @@ int RunRender(const std::vector<std::string>& args) {
   const int failed = session.Run(
       [&] {
         session.Open(r.project);
-        VLComp& comp = session.comp();
-        app::Velomar& velomar = session.app();
-        app::AppPreferences& preferences = velomar.GetPreferences();
-        if (r.format) preferences.renderingFormat = *r.format;
-        if (r.alpha) preferences.renderingAlpha = *r.alpha;
-        if (r.field) preferences.renderingField = *r.field;
-        if (r.span) {
-          if (r.span->first < 0 || r.span->first > r.span->last || r.span->last > comp.GetLength())
-            throw UsageError("--span FIRST:LAST must lie in 0:" + std::to_string(comp.GetLength()) +
-                             " (frame indices from 0, LAST one past the end)");
-          comp.SetWorkAreaDirect(*r.span);
-        }
-        // The style and the coder of this run only.
-        app::MemoryProfileStore profile;
-        app::WriteDisplayStyle(profile, r.style);
-        app::AviCoderList coders;
-        if (r.coder) {
-          const img::avi::AviCoderInfo* coder = coders.find(*r.coder);
-          if (!coder)
-            throw img::avi::exception(
-                img::avi::kOpenCoderError,
-                "no AVI coder \"" + *r.coder + "\": velomar-cli coders lists them");
-          app::ChooseAviCoder(preferences, profile, *coder, r.coder_options);
-        }
-
-        std::string answer = r.out;
-        if (!r.avi) {
-          const fs::path folder(r.out);
-          if (fs::exists(folder) && !fs::is_directory(folder))
-            throw std::runtime_error("the output folder is a file: " + r.out);
-          fs::create_directories(folder);
-          const My::Span area = comp.GetWorkArea();
-          const int32_t first = std::clamp(area.first, 0, comp.GetLength() - 1);
-          answer = (folder / (fs::path(comp.GetUnderlay()[size_t(first)]).stem().string() + "." +
-                              preferences.renderingFormat))
-                       .string();
-        }
-
-        InterruptWatch watch;
-        RenderDialogs dialogs(velomar.GetDialogs(), answer, watch);
-        app::RecordingSurface surface;
-        app::VLView view(comp, {.surface = surface,
-                                .profile = profile,
-                                .queue = velomar.GetQueue(),
-                                .dialogs = dialogs,
-                                .cache = img::global_cache(),
-                                .workspace_colour = kCliBackground});
-        app::RenderPorts ports{.comp = comp,
-                               .view = view,
-                               .dialogs = dialogs,
-                               .profile = profile,
-                               .preferences = preferences,
-                               .operations = velomar.GetOperations(),
-                               .coders = coders,
-                               .cache = img::global_cache(),
-                               .filter = velomar.GetAviFilter(),
-                               .pump = [&] { session.queue().pump(); }};
         const auto start = std::chrono::steady_clock::now();
-        const app::RenderOutcome outcome = app::Render(ports, r.overlay_only);
+        InterruptWatch watch;
+        const app::RenderOutcome outcome = RenderInSession(session, r, watch);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!outcome.started) {
-          // A refused answer or a missing coder: its notice is the failure.
-          throw std::runtime_error(dialogs.notices().empty() ? "nothing was rendered"
-                                                             : dialogs.notices().back());
-        }
         PrintOutcome(outcome, seconds, json);
         if (outcome.cancelled) status = kCancelledStatus;
       },
