@@ -58,7 +58,7 @@ class TerminalProgress : public app::Progress {
   void update(int64_t done, int64_t total, const std::string& text) override {
     if (terminal_) {
       std::fprintf(stderr, "\r%s", text.c_str());
-    } else if (done == total || done % 10 == 0) {
+    } else if (done > 0 && (done == total || done % 10 == 0)) {
       std::fprintf(stderr, "%s\n", text.c_str());
     }
     shown_ = true;
@@ -235,7 +235,8 @@ app::RenderOutcome RenderInSession(ProjectSession& session,
                           .queue = velomar.GetQueue(),
                           .dialogs = velomar.GetDialogs(),
                           .cache = img::global_cache(),
-                          .workspace_colour = kCliBackground});
+                          .workspace_colour = kCliBackground,
+                          .follow_tracker = {}});
   app::RenderPorts ports{.comp = comp,
                          .view = view,
                          .dialogs = dialogs,

@@ -121,7 +121,7 @@ bool Listable(const AVCodec& codec) {
          TakenByAvi(codec);
 }
 
-// A context of the coder ready to open; the options of `state` are left in `options`.
+// A context of the coder at this size and rate, ready to open.
 av::CodecContextPtr MakeContext(const AVCodec& codec,
                                 AVPixelFormat format,
                                 uint32_t width,
@@ -178,6 +178,8 @@ AviCoderInfo Describe(const AVCodec& codec) {
   info.is_temporal = !(props & AV_CODEC_PROP_INTRA_ONLY);
   info.has_crunch = info.has_quality;
   info.has_configure = codec.priv_class != nullptr;
+  info.accepts_32 = InputFormat(codec, true) != AV_PIX_FMT_NONE;
+  info.accepts_24 = InputFormat(codec, false) != AV_PIX_FMT_NONE;
   return info;
 }
 
@@ -196,8 +198,6 @@ void list_coders(std::vector<AviCoderInfo>& out, uint32_t width, uint32_t height
   while (const AVCodec* codec = av_codec_iterate(&at)) {
     if (!Listable(*codec)) continue;
     AviCoderInfo info = Describe(*codec);
-    info.accepts_32 = InputFormat(*codec, true) != AV_PIX_FMT_NONE;
-    info.accepts_24 = InputFormat(*codec, false) != AV_PIX_FMT_NONE;
     if (!info.accepts_32 && !info.accepts_24) continue;
     // A coder that cannot take the size (a block-based one, an odd size) is
     // still listed; the writer reports it when it opens the coder.
@@ -210,10 +210,7 @@ AviCoderInfo find_coder(const std::string& handler) {
   av::quiet_library_log();
   const AVCodec* codec = FindEncoder(handler);
   if (!codec) throw exception(kOpenCoderError, "this build has no AVI coder \"" + handler + "\"");
-  AviCoderInfo info = Describe(*codec);
-  info.accepts_32 = InputFormat(*codec, true) != AV_PIX_FMT_NONE;
-  info.accepts_24 = InputFormat(*codec, false) != AV_PIX_FMT_NONE;
-  return info;
+  return Describe(*codec);
 }
 
 void check_state(const AviCoderInfo& coder, const std::string& state) {

@@ -45,8 +45,10 @@ void DiscreteWriter::write(const img::image& frame) {
   const fs::path final_name(name);
   // Hidden, and with the final name in it, so that a file left by a crash
   // says what it was.
-  const std::string temporary =
-      (final_name.parent_path() / ("." + final_name.filename().string() + ".partial")).string();
+  std::string hidden = ".";
+  hidden += final_name.filename().string();
+  hidden += ".partial";
+  const std::string temporary = (final_name.parent_path() / hidden).string();
   try {
     img::multi_writer().write(temporary, extension_, frame, with_alpha_);
   } catch (const img::io_error& e) {
