@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 # The main job: tracks a generated shot whose motion is known, from its middle
 # frame in both directions, and prints the error against that motion and the
-# speed. Leaves the frames, the project and the keyframes in DIR.
+# speed. Leaves the frames, the project, the keyframes and the overlay
+# rendered over the shot (DIR/render) in DIR.
 #   scripts/demo.sh [DIR]     (default: ./demo)
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -28,6 +28,8 @@ int RunTrack(const std::vector<std::string>& args);
 int RunDemo(const std::vector<std::string>& args);
 int RunLink(const std::vector<std::string>& args);
 int RunPreview(const std::vector<std::string>& args);
+int RunRender(const std::vector<std::string>& args);
+int RunCoders(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -46,5 +48,7 @@ extern const Command kTrackCommand;
 extern const Command kDemoCommand;
 extern const Command kLinkCommand;
 extern const Command kPreviewCommand;
+extern const Command kRenderCommand;
+extern const Command kCodersCommand;
 
 }  // namespace cli

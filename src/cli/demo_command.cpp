@@ -3,6 +3,7 @@
 // known. It makes the shot, paints the plate's mask, tracks it from the middle
 // frame in both directions through the same worker as the window, and then
 // says how far the result lies from the truth and how fast it came.
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -18,7 +19,9 @@
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/project_session.h"
+#include "cli/render_run.h"
 #include "cli/segment_setup.h"
+#include "cli/style_option.h"
 #include "cli/track_run.h"
 #include "imaging/multi_io.h"
 
@@ -166,9 +169,38 @@ int RunDemo(const std::vector<std::string>& args) {
         std::ostringstream keyframes;
         app::WriteKeyframeText(session.comp(), keyframes);
         WriteWhole(dir / "keyframes.txt", keyframes.str());
+
+        // The overlay over the shot, as File > Render > Composition writes it.
+        RenderRequest render;
+        render.out = (dir / "render").string();
+        render.format = "png";
+        // The shot's frames carry no alpha, which reads as alpha 0: with an
+        // alpha channel the files would look empty in most viewers.
+        render.alpha = false;
+        render.style.background = kCliBackground;
+        std::printf("Rendering the tracked overlay over the shot into %s\n", render.out.c_str());
+        std::fflush(stdout);
+        const auto start = std::chrono::steady_clock::now();
+        app::RenderOutcome rendered;
+        {
+          InterruptWatch watch;
+          rendered = RenderInSession(session, render, watch);
+        }
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (rendered.cancelled) {
+          std::printf("Rendering interrupted by user: %lld frames kept in %s\n",
+                      static_cast<long long>(rendered.frames), render.out.c_str());
+          status = 130;
+          return;
+        }
+        std::printf("Rendered %lld frames in %.2f s (%.1f frames/s)\n",
+                    static_cast<long long>(rendered.frames), seconds,
+                    seconds > 0 ? rendered.frames / seconds : 0.0);
         std::printf(
             "Left in %s: shot_0000.tga ... (frames), %s (mask), overlay.tga,\n"
-            "  demo.vlp (the project), keyframes.txt (the overlay's motion as keyframes)\n",
+            "  demo.vlp (the project), keyframes.txt (the overlay's motion as keyframes),\n"
+            "  render/shot_0000.png ... (the overlay glued to the plate, rendered)\n",
             dir.string().c_str(), fs::path(files.mask).filename().string().c_str());
       },
       false, "running the demo");
@@ -187,8 +219,10 @@ const Command kDemoCommand = {
     "largest distance between the tracked and the true position of the plate's\n"
     "corners, their mean and worst, and the speed with the time of each stage.\n"
     "Leaves in DIR the frames, the mask, a still overlay glued to the plate,\n"
-    "the project demo.vlp and the overlay's motion as keyframe text in\n"
-    "keyframes.txt. Ctrl-C stops the tracking and keeps what was tracked.\n",
+    "the project demo.vlp, the overlay's motion as keyframe text in\n"
+    "keyframes.txt, and in DIR/render the overlay rendered over the shot as\n"
+    "PNG files, as render does. Ctrl-C stops the tracking and keeps what was\n"
+    "tracked, or stops the rendering and keeps the frames written.\n",
     RunDemo};
 
 }  // namespace cli

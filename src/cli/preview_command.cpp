@@ -15,6 +15,7 @@
 #include "cli/commands.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
+#include "cli/style_option.h"
 #include "imaging/global_cache.h"
 #include "imaging/io_types.h"
 #include "imaging/multi_io.h"
@@ -25,8 +26,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The window takes its workspace colour; a script gets a fixed grey.
-constexpr uint32_t kCliBackground = 0xABABAB;
 constexpr const char* kMakingPreview = "making preview";
 
 // "-o FILE" is the short form of "--output FILE".
@@ -34,28 +33,6 @@ std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
   for (auto& a : args)
     if (a == "-o") a = "--output";
   return args;
-}
-
-// KEY=VALUE with VALUE a decimal integer or 0x and hex digits.
-void ApplyStyle(app::DisplayStyle& style, const std::string& setting) {
-  const size_t eq = setting.find('=');
-  const std::string key = setting.substr(0, eq == std::string::npos ? setting.size() : eq);
-  const std::string text = eq == std::string::npos ? "" : setting.substr(eq + 1);
-  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-  int64_t value = 0;
-  size_t used = 0;
-  try {
-    value = std::stoll(hex ? text.substr(2) : text, &used, hex ? 16 : 10);
-    if (hex) used += 2;
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (text.empty() || used != text.size() || value < 0 || value > 0xFFFFFFFFLL)
-    throw UsageError("--style needs KEY=VALUE with an integer VALUE, not '" + setting + "'");
-  if (!app::SetDisplayStyleKey(style, key, value))
-    throw UsageError("--style key '" + key +
-                     "' is none of Underlay, Overlay, Mask, InverseMask, Background, "
-                     "OverlayOpacity, MaskColor, MaskOpacity, Interpolation");
 }
 
 std::string StagingName(const std::string& target) {

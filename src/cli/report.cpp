@@ -6,6 +6,7 @@
 #include "app/operation_stack.h"
 #include "app/report_error.h"
 #include "cli/json.h"
+#include "imaging/avi_writer.h"
 #include "imaging/io_types.h"
 
 namespace cli {
@@ -28,6 +29,10 @@ std::string FailureText(const std::exception& e) {
       text += io->detail();
       text += ")";
     }
+  } else if (const auto* avi = dynamic_cast<const img::avi::exception*>(&e)) {
+    // The coder's fixed text says which step failed; the library's own
+    // reason says why.
+    if (!avi->detail().empty()) text += " (" + avi->detail() + ")";
   }
   return text;
 }

@@ -18,7 +18,7 @@ std::string ReportText(const std::string& operation, const std::string& text);
 
 // The text of a failure, naming the file where the exception knows it and
 // its message does not already, and adding the reader's detail (what in the
-// file was wrong) in parentheses.
+// file was wrong) or the video coder's reason in parentheses.
 std::string FailureText(const std::exception& e);
 
 // Prints the failure and returns the exit status 1.
