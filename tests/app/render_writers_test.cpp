@@ -127,7 +127,9 @@ TEST_P(DiscreteWriterFailure, ClearErrorAndNoPartialFile) {
     EXPECT_EQ(e.file(), final_name);
   }
   EXPECT_FALSE(fs::exists(final_name));
-  if (fs::is_directory(folder)) EXPECT_THAT(Names(folder), ::testing::IsEmpty());
+  if (fs::is_directory(folder)) {
+    EXPECT_THAT(Names(folder), ::testing::IsEmpty());
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Outputs,

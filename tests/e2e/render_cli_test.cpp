@@ -109,7 +109,9 @@ TEST_P(RenderCliFailure, ReportsAndKeepsWhatWasWhole) {
   const Result r = Cli(dir, args);
   EXPECT_EQ(r.status, 1);
   EXPECT_THAT(r.err, HasSubstr(f.report));
-  if (fs::is_directory(dir / "out")) EXPECT_EQ(Names(dir / "out"), f.kept);
+  if (fs::is_directory(dir / "out")) {
+    EXPECT_EQ(Names(dir / "out"), f.kept);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
