@@ -44,14 +44,6 @@ float ParseInaccuracy(const std::string& text) {
   return value;
 }
 
-// "-o FILE" is the short form of "--output FILE"; the shared parser only
-// knows long options.
-std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
-  for (auto& a : args)
-    if (a == "-o") a = "--output";
-  return args;
-}
-
 }  // namespace
 
 int RunExport(const std::vector<std::string>& raw) {

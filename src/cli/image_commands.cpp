@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/json.h"
 #include "cli/options.h"
+#include "cli/output_file.h"
 #include "cli/report.h"
 #include "imaging/image_list.h"
 #include "imaging/multi_io.h"
@@ -54,18 +55,6 @@ void PrintInfo(const img::file_info& info, bool json) {
                 info.uncompressed ? "uncompressed" : "compressed",
                 has_alpha ? "with alpha" : "no alpha");
   }
-}
-
-// A name beside `target` for writing before the final rename, so that a
-// failed conversion never leaves a partial or clobbered output file.
-std::string StagingName(const std::string& target) {
-  std::random_device device;
-  const fs::path t(target);
-  std::string hidden = ".";
-  hidden += t.filename().string();
-  hidden += ".part";
-  hidden += std::to_string(device());
-  return (t.parent_path() / hidden).string();
 }
 
 }  // namespace

@@ -37,4 +37,10 @@ Options::Options(const std::vector<std::string>& args,
   }
 }
 
+std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
+  for (auto& a : args)
+    if (a == "-o") a = "--output";
+  return args;
+}
+
 }  // namespace cli

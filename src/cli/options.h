@@ -40,4 +40,7 @@ class Options {
   std::vector<std::string> positional_;
 };
 
+// "-o FILE" is the short form of "--output FILE".
+std::vector<std::string> WithLongOutput(std::vector<std::string> args);
+
 }  // namespace cli

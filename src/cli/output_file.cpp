@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <random>
 #include <system_error>
 
 #include "base/errors.h"
@@ -36,6 +37,16 @@ void WriteWhole(const std::filesystem::path& target, const std::string& content)
     fs::remove(staging, ignored);
     throw SystemError(ec.value(), ("writing " + target.string()).c_str());
   }
+}
+
+std::string StagingName(const std::string& target) {
+  std::random_device device;
+  const std::filesystem::path t(target);
+  std::string hidden = ".";
+  hidden += t.filename().string();
+  hidden += ".part";
+  hidden += std::to_string(device());
+  return (t.parent_path() / hidden).string();
 }
 
 }  // namespace cli

@@ -12,4 +12,9 @@ namespace cli {
 // old target untouched. Throws SystemError naming the target.
 void WriteWhole(const std::filesystem::path& target, const std::string& content);
 
+// A hidden name beside `target`, unique to this call, for writing before
+// the final rename, so that a failed write never leaves a partial or
+// clobbered output file.
+std::string StagingName(const std::string& target);
+
 }  // namespace cli

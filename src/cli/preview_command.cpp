@@ -14,6 +14,7 @@
 #include "app/profile_store.h"
 #include "cli/commands.h"
 #include "cli/options.h"
+#include "cli/output_file.h"
 #include "cli/project_session.h"
 #include "cli/style_option.h"
 #include "imaging/global_cache.h"
@@ -27,23 +28,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kMakingPreview = "making preview";
-
-// "-o FILE" is the short form of "--output FILE".
-std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
-  for (auto& a : args)
-    if (a == "-o") a = "--output";
-  return args;
-}
-
-std::string StagingName(const std::string& target) {
-  std::random_device device;
-  const fs::path t(target);
-  std::string hidden = ".";
-  hidden += t.filename().string();
-  hidden += ".part";
-  hidden += std::to_string(device());
-  return (t.parent_path() / hidden).string();
-}
 
 }  // namespace
 

@@ -35,12 +35,6 @@ constexpr int kCancelledStatus = 130;
 const char* const kFormatWords[] = {"bmp", "png", "tga",  "tif", "tiff",
                                     "gif", "jpg", "jpeg", "avi"};
 
-std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
-  for (auto& a : args)
-    if (a == "-o") a = "--output";
-  return args;
-}
-
 std::string Lower(std::string word) {
   for (char& c : word) c = char(std::tolower(static_cast<unsigned char>(c)));
   return word;

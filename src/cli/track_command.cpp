@@ -32,12 +32,6 @@ constexpr int kCancelledStatus = 130;
 // frame, a target and a few read ahead, with room to spare.
 constexpr int64_t kCachedFrames = 16;
 
-std::vector<std::string> WithLongOutput(std::vector<std::string> args) {
-  for (auto& a : args)
-    if (a == "-o") a = "--output";
-  return args;
-}
-
 // Which segments a project run tracks: --segment, --all, else the active one
 // (what Process would take), else all of them.
 std::vector<int32_t> ChooseSegments(const VLComp& comp, const Options& options) {
