@@ -49,16 +49,8 @@ int main(int argc, char** argv) {
       truth << m.xx << ' ' << m.xy << ' ' << m.yx << ' ' << m.yy << ' ' << m.x << ' ' << m.y
             << '\n';
     }
-    img::bitmap<img::bit1> mask;
-    shot.plate_mask(mask);
-    img::image picture(shot.width, shot.height);
-    for (uint32_t y = 0; y < shot.height; ++y)
-      for (uint32_t x = 0; x < shot.width; ++x) {
-        const bool inside = mask.rows[y][x >> 3] & (128 >> (x & 7));
-        uint8_t* p = picture.rows[y] + 4 * x;
-        p[0] = p[1] = p[2] = inside ? 255 : 0;
-        p[3] = 255;
-      }
+    img::image picture;
+    shot.plate_mask_picture(picture);
     char key_name[32];
     std::snprintf(key_name, sizeof key_name, "mask_%04d.bmp", shot.key_frame);
     writer.write((dir / key_name).string(), "BMP", picture, false);

@@ -52,16 +52,8 @@ DemoShotFiles WriteDemoShot(const std::filesystem::path& dir,
   DemoShotFiles files;
   files.first_frame = frame_path(0);
   img::multi_writer writer;
-  img::bitmap<img::bit1> mask;
-  shot.plate_mask(mask);
-  img::image mask_picture(shot.width, shot.height);
-  for (uint32_t y = 0; y < shot.height; ++y)
-    for (uint32_t x = 0; x < shot.width; ++x) {
-      const bool inside = mask.rows[y][x >> 3] & (128 >> (x & 7));
-      uint8_t* p = mask_picture.rows[y] + 4 * x;
-      p[0] = p[1] = p[2] = inside ? 255 : 0;
-      p[3] = 255;
-    }
+  img::image mask_picture;
+  shot.plate_mask_picture(mask_picture);
   char key_name[32];
   std::snprintf(key_name, sizeof key_name, "mask_%04d.bmp", shot.key_frame);
   files.mask = (dir / key_name).string();

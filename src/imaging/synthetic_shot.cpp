@@ -110,4 +110,17 @@ void synthetic_shot::plate_mask(bitmap<bit1>& out) const {
   }
 }
 
+void synthetic_shot::plate_mask_picture(image& out) const {
+  bitmap<bit1> mask;
+  plate_mask(mask);
+  out = image(width, height);
+  for (uint32_t y = 0; y < height; ++y)
+    for (uint32_t x = 0; x < width; ++x) {
+      const bool inside = mask.rows[y][x >> 3] & (128 >> (x & 7));
+      uint8_t* p = out.rows[y] + 4 * x;
+      p[0] = p[1] = p[2] = inside ? 255 : 0;
+      p[3] = 255;
+    }
+}
+
 }  // namespace img

@@ -43,6 +43,9 @@ struct synthetic_shot {
   void render(int32_t frame, image& out) const;
   // The plate's mask on the key frame: set bits inside the rectangle.
   void plate_mask(bitmap<bit1>& out) const;
+  // The same mask as a picture to save as a mask file: white inside, black
+  // outside, opaque.
+  void plate_mask_picture(image& out) const;
 };
 
 }  // namespace img
