@@ -63,6 +63,9 @@ void VLComp::SegmentEventsListener::OnLookChanged() {
   comp_.RefreshView();
   comp_.RefreshPanel();
 }
+void VLComp::SegmentEventsListener::OnMaskChanging() {
+  if (comp_.hooks.maskChanging && comp_.reporting_) comp_.hooks.maskChanging(*comp_.reporting_);
+}
 void VLComp::SegmentEventsListener::OnMaskChanged() {
   if (comp_.hooks.maskChanged && comp_.reporting_) comp_.hooks.maskChanged(*comp_.reporting_);
   comp_.RefreshView();

@@ -100,8 +100,9 @@ struct VLCompSettings {
 struct VLCompHooks {
   std::function<void()> updateTitle;
   std::function<void(bool)> enablePopupMenus;
-  std::function<void()> purgeCache;             // empty: the process-wide frame cache
-  std::function<void(VLSegment&)> maskChanged;  // the view and the mask editor reload
+  std::function<void()> purgeCache;              // empty: the process-wide frame cache
+  std::function<void(VLSegment&)> maskChanging;  // readers of the pixels stop
+  std::function<void(VLSegment&)> maskChanged;   // the view and the mask editor reload
 };
 
 class VLComp : public VLHost {
@@ -259,6 +260,7 @@ class VLComp : public VLHost {
     void OnDataChanged() override;
     void OnStateChanged() override;
     void OnLookChanged() override;
+    void OnMaskChanging() override;
     void OnMaskChanged() override;
     void OnResultsAdded() override;
 

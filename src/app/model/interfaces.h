@@ -31,6 +31,9 @@ class Listener {
   virtual void OnActiveSegmentChanged() {}
   // What only the picture shows changed (parameters, the overlay's look).
   virtual void OnLookChanged() {}
+  // A segment's mask is about to be overwritten in place: whoever reads its
+  // pixels on another thread must stop first.
+  virtual void OnMaskChanging() {}
   // A segment's mask changed: the view and the mask editor reload it.
   virtual void OnMaskChanged() {}
   // A tracked frame of a segment arrived on the owning thread.

@@ -154,6 +154,8 @@ bool VLSegment::SetParamsDirect(const VLSegmentParams& params) {
 }
 
 void VLSegment::SetMaskDirect(const VL::Mask& mask) {
+  // The compositing worker may be reading these very pixels.
+  Report(&VL::Listener::OnMaskChanging);
   mask_ = mask;
   // The view and the mask editor reload.
   Report(&VL::Listener::OnMaskChanged);

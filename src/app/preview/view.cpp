@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "app/model/comp.h"
 #include "app/model/segment.h"
@@ -25,6 +26,16 @@ VLView::VLView(VLComp& comp, VLViewPorts ports)
   comp_.SetViewControl(this);
   // An edited mask keeps its address, so composites of its old pixels would
   // be found again: they go first, then whoever listened before.
+  previous_changing_hook_ = comp_.hooks.maskChanging;
+  comp_.hooks.maskChanging = [this](VLSegment& segment) {
+    // A composite in the making may read the mask being overwritten; it is
+    // dropped now and asked for again once the new pixels are in.
+    if (!merger_->is_idle()) {
+      merger_->cancel_and_wait();
+      cancelled_for_mask_ = true;
+    }
+    if (previous_changing_hook_) previous_changing_hook_(segment);
+  };
   previous_mask_hook_ = comp_.hooks.maskChanged;
   comp_.hooks.maskChanged = [this](VLSegment& segment) {
     discard_mask(&segment.GetMask());
@@ -36,6 +47,7 @@ VLView::~VLView() {
   stop_timer();
   merger_->cancel_and_wait();
   comp_.hooks.maskChanged = previous_mask_hook_;
+  comp_.hooks.maskChanging = previous_changing_hook_;
   if (comp_.GetViewControl() == this) comp_.SetViewControl(nullptr);
   merger_.reset();
   back_buffer_.release();
@@ -305,6 +317,11 @@ void VLView::discard_mask(const img::bitmap<img::bit1>* mask) {
     ports_.cache.discard_merges_of_mask(mask);
     if (back_buffer_.empty()) refresh(false);
   };
+  if (std::exchange(cancelled_for_mask_, false)) {
+    release_and_discard();
+    refresh(false);
+    return;
+  }
   if (merger_->is_idle()) return release_and_discard();
   const int result = refresh(false);
   if (result != 0 && result != kPlacedNew) return release_and_discard();

@@ -165,6 +165,8 @@ class VLView : public VLViewControl {
   bool timer_running_ = false;
   VLSegment* followed_ = nullptr;
   std::function<void(VLSegment&)> previous_mask_hook_;
+  std::function<void(VLSegment&)> previous_changing_hook_;
+  bool cancelled_for_mask_ = false;  // a mask change stopped the worker
   // The tint of the last painting in editing mode; a change repaints
   // without a new composite.
   struct Tint {
