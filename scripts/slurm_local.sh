@@ -24,7 +24,9 @@ find_program() {
 stop() {
   [ -f "$dir/slurm.conf" ] || return 0
   export SLURM_CONF="$dir/slurm.conf"
-  scancel --user="$(id -un)" --full >/dev/null 2>&1 || true
+  if [ -f "$dir/slurmctld.pid" ]; then
+    timeout 10 scancel --user="$(id -un)" --full >/dev/null 2>&1 || true
+  fi
   # The daemons in reverse order: slurmd and slurmctld still need munged to part.
   for name in slurmd slurmctld munged; do
     [ -f "$dir/$name.pid" ] || continue
@@ -56,6 +58,8 @@ start() {
   fi
   mkdir -p "$dir/state" "$dir/spool"
   dir=$(cd "$dir" && pwd)
+  # munged wants every user able to reach its socket's folder.
+  chmod 755 "$dir"
   local node user cpus ports
   node=$(hostname -s)
   user=$(id -un)
@@ -100,19 +104,28 @@ EOF
   head -c 1024 /dev/urandom >"$dir/munge.key"
   chmod 600 "$dir/munge.key"
   export SLURM_CONF="$dir/slurm.conf"
+  # Each daemon forks into the background once it is set up, and fails here
+  # when it cannot be.
   "$(find_program munged)" --key-file="$dir/munge.key" --socket="$dir/munge.sock" \
     --pid-file="$dir/munged.pid" --log-file="$dir/munged.log" --seed-file="$dir/munge.seed" \
-    >"$dir/munged.out" 2>&1
-  "$(find_program slurmctld)" -i -f "$dir/slurm.conf" >"$dir/slurmctld.out" 2>&1
-  "$(find_program slurmd)" -f "$dir/slurm.conf" -N "$node" >"$dir/slurmd.out" 2>&1
-  for _ in $(seq 150); do
-    if [ "$(sinfo -h -o %T 2>/dev/null)" = idle ]; then
+    >"$dir/munged.out" 2>&1 || fail "munged did not start"
+  "$(find_program slurmctld)" -i -f "$dir/slurm.conf" >"$dir/slurmctld.out" 2>&1 ||
+    fail "slurmctld did not start"
+  "$(find_program slurmd)" -f "$dir/slurm.conf" -N "$node" >"$dir/slurmd.out" 2>&1 ||
+    fail "slurmd did not start"
+  local deadline=$(($(date +%s) + 30))
+  while [ "$(date +%s)" -lt $deadline ]; do
+    if [ "$(timeout 5 sinfo -h -o %T 2>/dev/null)" = idle ]; then
       return 0
     fi
     sleep 0.2
   done
-  echo "the one-node Slurm cluster did not come up in 30 s:" >&2
-  tail -n 5 "$dir"/*.out "$dir"/*.log >&2
+  fail "the node did not become idle in 30 s"
+}
+
+fail() {
+  echo "the one-node Slurm cluster did not come up: $1" >&2
+  tail -n 5 "$dir"/*.out "$dir"/*.log >&2 2>/dev/null
   stop
   exit 1
 }
