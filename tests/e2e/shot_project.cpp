@@ -62,7 +62,7 @@ std::string MakeShotProject(const testing_support::TempDir& dir,
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{"new", file(0).string(), "-o", project},
         {"segment", "add", project, "--key", std::to_string(shot.key_frame), "--mask",
-         (folder / "mask.bmp").string()},
+         (folder / "mask.bmp").string(), "--span", "0:" + std::to_string(frames)},
         {"overlay", "import", project, (folder / "overlay.tga").string(), "--still", "--yes"}}) {
     const Result r = Cli(dir, args);
     EXPECT_EQ(r.status, 0) << args[0] << ": " << r.err;
