@@ -155,8 +155,10 @@ std::pair<int32_t, int32_t> WorkAreaFromInfo(const std::string& json) {
     std::vector<int32_t> numbers;
     size_t i = key + 11;
     while (numbers.size() < 2 && i < json.size() && json[i] != '}') {
+      // A minus after a digit separates ("1-120"); elsewhere it is a sign.
       const bool minus = json[i] == '-' && i + 1 < json.size() &&
-                         std::isdigit(static_cast<unsigned char>(json[i + 1]));
+                         std::isdigit(static_cast<unsigned char>(json[i + 1])) &&
+                         !std::isdigit(static_cast<unsigned char>(json[i - 1]));
       if (!minus && !std::isdigit(static_cast<unsigned char>(json[i]))) {
         ++i;
         continue;
