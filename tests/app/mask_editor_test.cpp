@@ -128,7 +128,7 @@ TEST(MaskEditor, AltClickSizesTheBrushAndPaintsNothing) {
   f.Stroke(MouseButton::Right, {{3, 3}});
   f.editor.KeyDown(EditKey::Enlarge);  // size keys are dead while Alt is held
   EXPECT_EQ(f.editor.GetBrush().GetRadius(), 2);
-  f.editor.KeyUp(EditKey::Alt);
+  f.editor.SyncAlt(false);
   EXPECT_EQ(f.editor.GetOutline().penWidth, 1);
   EXPECT_EQ(CountSet(f.editor.GetWorkingMask()), 0);
   EXPECT_EQ(f.Queue().GetSize(), steps);

@@ -152,6 +152,12 @@ void MaskEditor::PointerLeave() {
   if (segment_) ActiveTool().OnPointerLeave();
 }
 
+void MaskEditor::SyncAlt(bool held) {
+  Sync();
+  if (!segment_ || kind_ != ToolKind::Brush || held == brush_.IsSizing()) return;
+  held ? KeyDown(EditKey::Alt) : KeyUp(EditKey::Alt);
+}
+
 // --- Drawing -------------------------------------------------------------------
 
 BrushOutline MaskEditor::GetOutline() const {

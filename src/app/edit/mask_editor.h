@@ -94,6 +94,9 @@ class MaskEditor {
   void KeyUp(EditKey key);
   void PointerEnter();
   void PointerLeave();
+  // For a view that sees Alt only as a modifier of its mouse events: sends
+  // the Alt press or release the brush has not heard yet.
+  void SyncAlt(bool held);
 
   // --- What to draw.
   // The brush circle; shown false with the bucket or outside the view.
