@@ -17,6 +17,8 @@
 // segment or the overlay reports a change: it is the listener they hold.
 //
 //   VLTrackline trackline(comp, parent);   // listens from here on
+//
+// The composition must outlive the widget.
 #pragma once
 
 #include <QWidget>
