@@ -185,6 +185,12 @@ TEST(MaskEditor, EditEndedByTheCoreIsFollowedAndProcessingSegmentIsRefused) {
   EXPECT_EQ(f.editor.GetToolKind(), ToolKind::Brush);
   f.editor.End();
   EXPECT_EQ(f.comp.GetEditedSegment(), nullptr);
+
+  // An edit begun on the composition by another command is taken up.
+  busy.GetInterface().BeginEdit();
+  f.editor.MouseMove({1, 1});
+  EXPECT_EQ(f.editor.GetSegment(), &busy);
+  EXPECT_EQ(f.surface.log.back(), "cross");
 }
 
 TEST(MaskEditor, ToolHints) {

@@ -61,7 +61,6 @@ bool MaskEditor::Begin(VLSegment& segment) {
 }
 
 void MaskEditor::End() {
-  Sync();
   if (segment_) EndLocally();
 }
 
