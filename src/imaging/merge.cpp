@@ -11,12 +11,13 @@
 #include "imaging/cache.h"
 #include "imaging/warp.h"
 
-// A composite is made in blocks of four destination rows, in three steps:
+// A composite is made in blocks of eight destination rows, in three steps:
 //
-// 1. For each moved layer, the source positions of the four rows are stepped
-//    side by side, one row per vector lane. A position chain is serial (each
-//    step rounds the one before), so a single row would wait on the latency
-//    of every conversion; four independent rows keep the units busy. The
+// 1. For each moved layer, the source positions of the block's rows are
+//    stepped side by side, one row per vector lane. A position chain is
+//    serial (each step rounds the one before), so a single row would wait on
+//    the latency of every conversion; eight independent rows keep the units
+//    busy. The
 //    rounded positions, their range tests and the bilinear weights are
 //    worked out in the same lanes and kept per row.
 // 2. Row by row, each layer is read at those positions into four floats a
@@ -45,8 +46,10 @@ namespace {
 // the mixing use this value, not the exact quotient.
 constexpr float kInv255 = 1.0f / 255.0f;
 
-// Rows whose positions are stepped together.
-constexpr uint32_t kLanes = 4;
+// Rows whose positions are stepped together: groups of four, one row per
+// lane, and two groups side by side.
+constexpr uint32_t kGroups = 2;
+constexpr uint32_t kRows = 4 * kGroups;
 
 // --- Four doubles: the rows of a block, or the channels of a pixel. -----------
 
@@ -236,14 +239,14 @@ struct block_samples {
 
   void resize(uint32_t w, bool bilinear) {
     width = w;
-    at.assign(size_t(kLanes) * 2 * w, -1);
-    weights.assign(bilinear ? size_t(kLanes) * 4 * w : 0, 0.0f);
+    at.assign(size_t(kRows) * 2 * w, -1);
+    weights.assign(bilinear ? size_t(kRows) * 4 * w : 0, 0.0f);
   }
   const int32_t* at_row(uint32_t r) const { return at.data() + size_t(r) * 2 * width; }
   const float* weights_row(uint32_t r) const { return weights.data() + size_t(r) * 4 * width; }
 };
 
-// Steps the positions of rows y0 .. y0 + 3 (a short last block repeats its
+// Steps the positions of rows y0 .. y0 + 7 (a short last block repeats its
 // last row) and keeps what the samplers need. Per lane this is the shared
 // sampler's arithmetic: a float position, advanced by a double step and
 // rounded back to float, rounded half away from zero and range-tested; for
@@ -252,53 +255,63 @@ struct block_samples {
 // INT32_MIN and fails the range test as the double would.
 template <class V, bool Bilinear>
 void locate_block(const layer_plan& p, uint32_t y0, uint32_t rows, block_samples& s) {
-  alignas(16) float start_x[kLanes], start_y[kLanes];
-  for (uint32_t r = 0; r < kLanes; ++r) {
+  alignas(16) float start_x[kRows], start_y[kRows];
+  for (uint32_t r = 0; r < kRows; ++r) {
     source_position pos(p.inverse, Bilinear ? 0.5 : 0.0);
     pos.start_row(0, int32_t(y0 + std::min(r, rows - 1)));
     start_x[r] = pos.x();
     start_y[r] = pos.y();
   }
-  __m128 fx = _mm_load_ps(start_x), fy = _mm_load_ps(start_y);
+  __m128 fx[kGroups], fy[kGroups];
+  for (uint32_t g = 0; g < kGroups; ++g) {
+    fx[g] = _mm_load_ps(start_x + 4 * g);
+    fy[g] = _mm_load_ps(start_y + 4 * g);
+  }
   const auto step_x = V::set1(p.inverse.xx), step_y = V::set1(p.inverse.yx);
   const __m128i low = _mm_set1_epi32(Bilinear ? 0 : -1);
   const __m128i width = _mm_set1_epi32(int32_t(std::min<uint32_t>(p.width, INT32_MAX)));
   const __m128i height = _mm_set1_epi32(int32_t(std::min<uint32_t>(p.height, INT32_MAX)));
   const __m128i fail = _mm_set1_epi32(-1);
-  int32_t* at[kLanes];
-  float* w[kLanes];
-  for (uint32_t r = 0; r < kLanes; ++r) {
+  int32_t* at[kRows];
+  float* w[kRows];
+  for (uint32_t r = 0; r < kRows; ++r) {
     at[r] = s.at.data() + size_t(r) * 2 * s.width;
     w[r] = Bilinear ? s.weights.data() + size_t(r) * 4 * s.width : nullptr;
   }
   for (uint32_t x = 0; x < s.width; ++x) {
-    const auto vx = V::to_double(fx), vy = V::to_double(fy);
-    fx = V::to_float(V::add(vx, step_x));
-    fy = V::to_float(V::add(vy, step_y));
-    const auto rx = V::add(vx, V::away(vx)), ry = V::add(vy, V::away(vy));
-    const __m128i ix = V::truncate(rx), iy = V::truncate(ry);
-    const __m128i in =
-        _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(ix, low), _mm_cmplt_epi32(ix, width)),
-                      _mm_and_si128(_mm_cmpgt_epi32(iy, low), _mm_cmplt_epi32(iy, height)));
-    const __m128i column = _mm_or_si128(_mm_and_si128(in, ix), _mm_andnot_si128(in, fail));
-    const __m128i pairs01 = _mm_unpacklo_epi32(column, iy),
-                  pairs23 = _mm_unpackhi_epi32(column, iy);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at[0] + 2 * x), pairs01);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at[1] + 2 * x), _mm_srli_si128(pairs01, 8));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at[2] + 2 * x), pairs23);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(at[3] + 2 * x), _mm_srli_si128(pairs23, 8));
-    if constexpr (Bilinear) {
-      // Where the sample succeeds x >= 0.5, so rx is x + 0.5.
-      const auto one = V::set1(1.0);
-      const auto ex = V::sub(rx, V::from_int(ix)), ey = V::sub(ry, V::from_int(iy));
-      const auto gx = V::sub(one, ex), gy = V::sub(one, ey);
-      __m128 w0 = V::to_float(V::mul(gx, gy)), w1 = V::to_float(V::mul(ex, gy));
-      __m128 w2 = V::to_float(V::mul(gx, ey)), w3 = V::to_float(V::mul(ex, ey));
-      _MM_TRANSPOSE4_PS(w0, w1, w2, w3);
-      _mm_storeu_ps(w[0] + 4 * x, w0);
-      _mm_storeu_ps(w[1] + 4 * x, w1);
-      _mm_storeu_ps(w[2] + 4 * x, w2);
-      _mm_storeu_ps(w[3] + 4 * x, w3);
+    // The groups' chains are independent: one's conversions overlap the
+    // other's.
+    for (uint32_t g = 0; g < kGroups; ++g) {
+      const auto vx = V::to_double(fx[g]), vy = V::to_double(fy[g]);
+      fx[g] = V::to_float(V::add(vx, step_x));
+      fy[g] = V::to_float(V::add(vy, step_y));
+      const auto rx = V::add(vx, V::away(vx)), ry = V::add(vy, V::away(vy));
+      const __m128i ix = V::truncate(rx), iy = V::truncate(ry);
+      const __m128i in =
+          _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(ix, low), _mm_cmplt_epi32(ix, width)),
+                        _mm_and_si128(_mm_cmpgt_epi32(iy, low), _mm_cmplt_epi32(iy, height)));
+      const __m128i column = _mm_or_si128(_mm_and_si128(in, ix), _mm_andnot_si128(in, fail));
+      const __m128i pairs01 = _mm_unpacklo_epi32(column, iy),
+                    pairs23 = _mm_unpackhi_epi32(column, iy);
+      int32_t* const* a = at + 4 * g;
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(a[0] + 2 * x), pairs01);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(a[1] + 2 * x), _mm_srli_si128(pairs01, 8));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(a[2] + 2 * x), pairs23);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(a[3] + 2 * x), _mm_srli_si128(pairs23, 8));
+      if constexpr (Bilinear) {
+        // Where the sample succeeds x >= 0.5, so rx is x + 0.5.
+        const auto one = V::set1(1.0);
+        const auto ex = V::sub(rx, V::from_int(ix)), ey = V::sub(ry, V::from_int(iy));
+        const auto gx = V::sub(one, ex), gy = V::sub(one, ey);
+        __m128 w0 = V::to_float(V::mul(gx, gy)), w1 = V::to_float(V::mul(ex, gy));
+        __m128 w2 = V::to_float(V::mul(gx, ey)), w3 = V::to_float(V::mul(ex, ey));
+        _MM_TRANSPOSE4_PS(w0, w1, w2, w3);
+        float* const* ws = w + 4 * g;
+        _mm_storeu_ps(ws[0] + 4 * x, w0);
+        _mm_storeu_ps(ws[1] + 4 * x, w1);
+        _mm_storeu_ps(ws[2] + 4 * x, w2);
+        _mm_storeu_ps(ws[3] + 4 * x, w3);
+      }
     }
   }
 }
@@ -345,12 +358,13 @@ void colour_row(const image& src,
     std::memset(ok + x1, 0, size_t(n - x1));
     return;
   }
+  // Held in a local: the flag stores could alias the image's row table.
+  const uint8_t* const* rows = src.rows.data();
   const int32_t* at = s.at_row(r);
   if (p.rule == sampling::nearest) {
     for (uint32_t x = 0; x < n; ++x, at += 2) {
       ok[x] = at[0] >= 0;
-      _mm_storeu_ps(out + 4 * x,
-                    at[0] < 0 ? empty : tap<Mode>(src.rows[at[1]] + 4 * size_t(at[0])));
+      _mm_storeu_ps(out + 4 * x, at[0] < 0 ? empty : tap<Mode>(rows[at[1]] + 4 * size_t(at[0])));
     }
     return;
   }
@@ -362,7 +376,7 @@ void colour_row(const image& src,
     } else {
       const size_t left = 4 * size_t(at[0] - 1);
       _mm_storeu_ps(out + 4 * x,
-                    V::template blend<Mode>(src.rows[at[1] - 1] + left, src.rows[at[1]] + left, w));
+                    V::template blend<Mode>(rows[at[1] - 1] + left, rows[at[1]] + left, w));
     }
   }
 }
@@ -389,8 +403,8 @@ void overlay_row(uint32_t mode,
   }
 }
 
-inline bool mask_bit(const bitmap<bit1>& m, uint32_t x, uint32_t y) {
-  return (m.rows[y][x >> 3] & (0x80u >> (x & 7))) != 0;
+inline bool mask_bit(const uint8_t* const* rows, uint32_t x, uint32_t y) {
+  return (rows[y][x >> 3] & (0x80u >> (x & 7))) != 0;
 }
 
 // One row of the mask as the tint factor of each pixel. The mask value
@@ -408,6 +422,8 @@ void mask_row(const bitmap<bit1>& mk,
               float* factor,
               uint8_t* tinted) {
   const uint32_t n = s.width;
+  // Held in a local: the flag stores could alias the mask's row table.
+  const uint8_t* const* bits = mk.rows.data();
   const auto decide = [&](uint32_t x, bool ok) {
     bool tint = false;
     if constexpr (!Inverse) {
@@ -431,7 +447,7 @@ void mask_row(const bitmap<bit1>& mk,
     for (uint32_t x = 0; x < n; ++x) {
       const int64_t sx = int64_t(x) - p.shift.x;
       const bool ok = row_in && sx >= 0 && sx < int64_t(p.width);
-      if (ok) m = mask_bit(mk, uint32_t(sx), uint32_t(sy)) ? 1.0f : 0.0f;
+      if (ok) m = mask_bit(bits, uint32_t(sx), uint32_t(sy)) ? 1.0f : 0.0f;
       decide(x, ok);
     }
     return;
@@ -440,7 +456,7 @@ void mask_row(const bitmap<bit1>& mk,
   if (p.rule == sampling::nearest) {
     for (uint32_t x = 0; x < n; ++x, at += 2) {
       const bool ok = at[0] >= 0;
-      if (ok) m = mask_bit(mk, uint32_t(at[0]), uint32_t(at[1])) ? 1.0f : 0.0f;
+      if (ok) m = mask_bit(bits, uint32_t(at[0]), uint32_t(at[1])) ? 1.0f : 0.0f;
       decide(x, ok);
     }
     return;
@@ -452,10 +468,10 @@ void mask_row(const bitmap<bit1>& mk,
       // The summed weights of the set taps, in tap order.
       const uint32_t ix = uint32_t(at[0]), iy = uint32_t(at[1]);
       float v = 0;
-      if (mask_bit(mk, ix - 1, iy - 1)) v += w[0];
-      if (mask_bit(mk, ix, iy - 1)) v += w[1];
-      if (mask_bit(mk, ix - 1, iy)) v += w[2];
-      if (mask_bit(mk, ix, iy)) v += w[3];
+      if (mask_bit(bits, ix - 1, iy - 1)) v += w[0];
+      if (mask_bit(bits, ix, iy - 1)) v += w[1];
+      if (mask_bit(bits, ix - 1, iy)) v += w[2];
+      if (mask_bit(bits, ix, iy)) v += w[3];
       m = v;
     }
     decide(x, ok);
@@ -569,8 +585,8 @@ void composite(image& dst, const MergeDetails& d, const MergeLayers& layers) {
     for (uint32_t x = 0; x < n; ++x) std::memcpy(&under_row[4 * size_t(x)], background, 16);
 
   float m = 0.0f;  // the mask value, carried over failed samples
-  for (uint32_t y0 = 0; y0 < d.height; y0 += kLanes) {
-    const uint32_t rows = std::min(kLanes, d.height - y0);
+  for (uint32_t y0 = 0; y0 < d.height; y0 += kRows) {
+    const uint32_t rows = std::min(kRows, d.height - y0);
     if (show_under) locate<V>(under, y0, rows, under_at);
     if (show_over) locate<V>(over, y0, rows, over_at);
     if (show_mask) locate<V>(mask, y0, rows, mask_at);
