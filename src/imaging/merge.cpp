@@ -17,9 +17,8 @@
 //    stepped side by side, one row per vector lane. A position chain is
 //    serial (each step rounds the one before), so a single row would wait on
 //    the latency of every conversion; eight independent rows keep the units
-//    busy. The
-//    rounded positions, their range tests and the bilinear weights are
-//    worked out in the same lanes and kept per row.
+//    busy. The rounded positions, their range tests and the bilinear
+//    weights are worked out in the same lanes and kept per row.
 // 2. Row by row, each layer is read at those positions into four floats a
 //    pixel (the overlay through its alpha rule), and the mask into the tint
 //    factor of each pixel.
@@ -226,7 +225,6 @@ struct layer_plan {
     inverse = transform.inverse();
     rule = interpolation == 1 ? sampling::bilinear : sampling::nearest;
   }
-  bool general() const { return rule != sampling::offset; }
 };
 
 // The positions of a block's rows, one row after the other: per pixel the
