@@ -483,17 +483,24 @@ struct mix_constants {
   double overlay_opacity;
 };
 
-// The underlay row (background where it is missing) under the overlay row
-// where it was sampled, tinted where the mask says, in double precision.
+// The rows of one destination row: the underlay (background where it is
+// missing), the overlay and where it was sampled, and the tint factors and
+// where they apply.
+struct mix_rows {
+  const float* under;
+  const float* over;
+  const uint8_t* over_ok;
+  const float* factor;
+  const uint8_t* tinted;
+};
+
+// The underlay under the overlay where it was sampled, tinted where the
+// mask says, in double precision.
 template <class V, bool Over, bool OpacityOne, bool Mask>
-void mix_row(const float* under,
-             const float* over,
-             const uint8_t* over_ok,
-             const float* factor,
-             const uint8_t* tinted,
-             const mix_constants& k,
-             uint32_t n,
-             uint8_t* out) {
+void mix_row(const mix_rows& rows, const mix_constants& k, uint32_t n, uint8_t* out) {
+  // Locals: the byte stores below could alias the struct's pointers.
+  const float *under = rows.under, *over = rows.over, *factor = rows.factor;
+  const uint8_t *over_ok = rows.over_ok, *tinted = rows.tinted;
   const double op = k.overlay_opacity;
   const double k255 = double(kInv255);
   const auto tint = V::to_double(_mm_loadu_ps(k.tint));
@@ -525,24 +532,20 @@ template <class V>
 void mix(bool over,
          bool opacity_one,
          bool mask,
-         const float* under,
-         const float* o,
-         const uint8_t* o_ok,
-         const float* factor,
-         const uint8_t* tinted,
+         const mix_rows& rows,
          const mix_constants& k,
          uint32_t n,
          uint8_t* out) {
   if (over) {
     if (opacity_one) {
-      if (mask) return mix_row<V, true, true, true>(under, o, o_ok, factor, tinted, k, n, out);
-      return mix_row<V, true, true, false>(under, o, o_ok, factor, tinted, k, n, out);
+      if (mask) return mix_row<V, true, true, true>(rows, k, n, out);
+      return mix_row<V, true, true, false>(rows, k, n, out);
     }
-    if (mask) return mix_row<V, true, false, true>(under, o, o_ok, factor, tinted, k, n, out);
-    return mix_row<V, true, false, false>(under, o, o_ok, factor, tinted, k, n, out);
+    if (mask) return mix_row<V, true, false, true>(rows, k, n, out);
+    return mix_row<V, true, false, false>(rows, k, n, out);
   }
-  if (mask) return mix_row<V, false, true, true>(under, o, o_ok, factor, tinted, k, n, out);
-  mix_row<V, false, true, false>(under, o, o_ok, factor, tinted, k, n, out);
+  if (mask) return mix_row<V, false, true, true>(rows, k, n, out);
+  mix_row<V, false, true, false>(rows, k, n, out);
 }
 
 template <class V>
@@ -582,6 +585,7 @@ void composite(image& dst, const MergeDetails& d, const MergeLayers& layers) {
   if (!show_under)
     for (uint32_t x = 0; x < n; ++x) std::memcpy(&under_row[4 * size_t(x)], background, 16);
 
+  const mix_rows rows_of_y{under_row.data(), over_row.data(), over_ok, factor.data(), tinted};
   float m = 0.0f;  // the mask value, carried over failed samples
   for (uint32_t y0 = 0; y0 < d.height; y0 += kRows) {
     const uint32_t rows = std::min(kRows, d.height - y0);
@@ -604,8 +608,7 @@ void composite(image& dst, const MergeDetails& d, const MergeLayers& layers) {
           mask_row<false>(*layers.mask, mask, mask_at, r, y, d.mask_opacity, m, factor.data(),
                           tinted);
       }
-      mix<V>(show_over, d.overlay_opacity == 1.0f, show_mask, under_row.data(), over_row.data(),
-             over_ok, factor.data(), tinted, k, n, dst.rows[y]);
+      mix<V>(show_over, d.overlay_opacity == 1.0f, show_mask, rows_of_y, k, n, dst.rows[y]);
     }
   }
 }
