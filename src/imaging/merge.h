@@ -5,9 +5,9 @@
 //
 // The preview and the renderer share this one path. Sampling rules, alpha
 // interpretation and the form of the mix are chosen per row, never per
-// pixel; the arithmetic (float taps, double mixing,
-// round half away from zero, a clamp above 255 and none below 0) is part of
-// the pictures and must not change.
+// pixel; the arithmetic (float taps, double mixing, round half away from
+// zero, a clamp above 255 and none below 0) is part of the pictures and
+// must not change.
 #pragma once
 
 #include <atomic>
