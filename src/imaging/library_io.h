@@ -39,8 +39,9 @@ class library_reader : public image_reader {
   void extensions(std::vector<std::string>& out) const override;
   std::string filter() const override;
 
-  // Reads the whole image (there is no cheaper way to learn whether it has
-  // alpha). False for a file whose bytes are no image format read here, or
+  // Reads a PNG's or JPEG's header only (alpha: a colour type with alpha or
+  // a transparency chunk), and decodes any other image, as only its pixels
+  // tell. False for a file whose bytes are no image format read here, or
   // for a format word not in extensions(); a file that cannot be opened or
   // fails to decode throws io_error. Fills format "???", bit_count 32 with
   // alpha and 24 without, uncompressed false.

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "imaging/av_support.h"
+#include "imaging/image_header.h"
 #include "imaging/library_io.h"
 
 extern "C" {
@@ -185,10 +186,12 @@ av::FramePtr DecodeFirstPicture(AVCodecID id,
   // Readers already run on several threads at once (cache loaders,
   // prefetcher, tracker); codec threads per picture would only compete.
   context->thread_count = 1;
-  // A damaged PNG is an error, not half a picture: the tracker would follow
-  // the garbage. (The same strictness fails every TIFF with a tag the
-  // decoder does not know, so it stays with PNG.)
+  // A damaged picture is an error, not half a picture with the rest made
+  // up: the tracker would follow the garbage. (The same strictness fails
+  // every TIFF with a tag the decoder does not know, so TIFF is left out.)
   if (id == AV_CODEC_ID_PNG) context->err_recognition = AV_EF_EXPLODE | AV_EF_CRCCHECK;
+  if (id == AV_CODEC_ID_MJPEG || id == AV_CODEC_ID_GIF || id == AV_CODEC_ID_EXR)
+    context->err_recognition = AV_EF_EXPLODE | AV_EF_BUFFER;
   if (avcodec_open2(context.get(), codec, nullptr) < 0) throw io_error(kDecodeFailure, name);
 
   packet->buf = file.buffer.release();
@@ -394,6 +397,7 @@ bool DecodePicture(
     throw io_error(kUnknownContent, name);
   }
   if (id == AV_CODEC_ID_BMP) CheckBmpClaim(file, name);
+  if (cut_short(file.buffer->data, file.size)) throw io_error(kDecodeFailure, name);
 
   const av::FramePtr frame = DecodeFirstPicture(id, std::move(file), max_pixels, name);
   const uint32_t width = uint32_t(frame->width);
@@ -439,15 +443,29 @@ bool library_reader::info(const std::string& name, const std::string& format, fi
 }
 
 bool library_reader::info(const std::string& name, file_info* info) {
-  image picture;
-  bool recognised = false;
-  const bool alpha = DecodePicture(ReadWholeFile(name), name, picture, max_pixels_, &recognised);
-  if (!recognised) return false;
+  FileBytes file = ReadWholeFile(name);
+  uint32_t width = 0, height = 0;
+  bool alpha = false;
+  // A PNG or JPEG says what it is in its header. Decoding instead would let
+  // a small file that declares a huge, highly compressible picture take
+  // minutes and gigabytes for a question that needs microseconds.
+  if (const auto declared = read_declared(file.buffer->data, file.size)) {
+    width = declared->width;
+    height = declared->height;
+    alpha = declared->alpha;
+  } else {
+    image picture;
+    bool recognised = false;
+    alpha = DecodePicture(std::move(file), name, picture, max_pixels_, &recognised);
+    if (!recognised) return false;
+    width = picture.width;
+    height = picture.height;
+  }
   if (info) {
     info->name = name;
     info->format = "???";
-    info->width = picture.width;
-    info->height = picture.height;
+    info->width = width;
+    info->height = height;
     info->bit_count = alpha ? 32 : 24;
     info->uncompressed = false;
   }
