@@ -61,6 +61,12 @@ class library_reader : public image_reader {
   // The same for an image file held in memory; `name` only labels failures.
   void read_bytes(
       const uint8_t* data, size_t size, const std::string& name, image& out, bool* has_alpha);
+  // As read_bytes, but a 1-bit picture (a mask as encode_png writes it) goes
+  // straight into `bits`, white set, with alignment 4, and the answer is
+  // true; any other picture goes into `out` and the answer is false. Masks
+  // of thousands of segments load without a 32-bit picture each.
+  bool read_bytes_bilevel(
+      const uint8_t* data, size_t size, const std::string& name, bitmap<bit1>& bits, image& out);
 
  private:
   uint64_t max_pixels_;

@@ -79,10 +79,11 @@ img::bitmap<img::bit1> DecodeMask(std::string_view text,
     max_pixels = std::min(max_pixels, uint64_t(width) * height);
   }
   img::image picture;
-  img::library_reader(max_pixels).read_bytes(bytes.data(), bytes.size(), "mask", picture, nullptr);
   // A written mask is pure black and white; a grey from elsewhere counts
   // as set from mid-grey up.
-  mask = ThresholdMask(picture);
+  if (!img::library_reader(max_pixels)
+           .read_bytes_bilevel(bytes.data(), bytes.size(), "mask", mask, picture))
+    mask = ThresholdMask(picture);
   return mask;
 }
 
