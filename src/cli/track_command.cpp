@@ -282,10 +282,13 @@ const Command kTrackCommand = {
     "Ctrl-C stops the tracking as Segment > Cancel does: the frames computed are\n"
     "kept and saved, and the command exits with status 130; a second Ctrl-C\n"
     "ends it at once, unsaved. SIGTERM (sent by timeout and batch schedulers)\n"
-    "and SIGHUP do the same, with status 143 and 129. A run that fails (a frame that cannot be "
-    "read)\n"
-    "makes the command fail with status 1 after saving what was computed; an\n"
-    "object lost by the tracker ends that direction with a notice only.\n",
+    "and SIGHUP do the same, with status 143 and 129. A run that fails (a\n"
+    "frame that cannot be read) makes the command fail with status 1 after\n"
+    "saving what was computed; an object lost by the tracker ends that\n"
+    "direction with a notice only. The project and the --transforms file are\n"
+    "checked to be writable before the first frame; should saving still fail,\n"
+    "the error names a recovery file under $XDG_STATE_HOME/velomar/recovered\n"
+    "(default ~/.local/state) that holds the results.\n",
     RunTrack};
 
 }  // namespace cli
