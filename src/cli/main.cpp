@@ -20,7 +20,8 @@ const cli::Command* const kCommands[] = {
     &cli::kInfoCommand,    &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
     &cli::kNewCommand,     &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
     &cli::kExportCommand,  &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kLinkCommand,
-    &cli::kPreviewCommand, &cli::kRenderCommand,   &cli::kCodersCommand,  &cli::kRelinkCommand,
+    &cli::kPreviewCommand, &cli::kRenderCommand,   &cli::kCodersCommand,  &cli::kBatchCommand,
+    &cli::kRelinkCommand,
 };
 
 void PrintToolHelp(FILE* out) {
