@@ -30,11 +30,8 @@ int RunLink(const std::vector<std::string>& args);
 int RunPreview(const std::vector<std::string>& args);
 int RunRender(const std::vector<std::string>& args);
 int RunCoders(const std::vector<std::string>& args);
-<<<<<<< HEAD
-int RunRelink(const std::vector<std::string>& args);
-=======
 int RunBatch(const std::vector<std::string>& args);
->>>>>>> main
+int RunRelink(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -55,10 +52,7 @@ extern const Command kLinkCommand;
 extern const Command kPreviewCommand;
 extern const Command kRenderCommand;
 extern const Command kCodersCommand;
-<<<<<<< HEAD
-extern const Command kRelinkCommand;
-=======
 extern const Command kBatchCommand;
->>>>>>> main
+extern const Command kRelinkCommand;
 
 }  // namespace cli
