@@ -47,6 +47,17 @@ size_t MessageQueue::pump() {
   return ran;
 }
 
+bool MessageQueue::pump_one(std::chrono::milliseconds timeout) {
+  {
+    std::unique_lock lock(mutex_);
+    if (!posted_.wait_for(lock, timeout, [this] { return !queue_.empty(); })) return false;
+  }
+  std::unique_ptr<VLMessage> message = take();
+  if (!message) return false;
+  ExecuteMessage(std::move(message));
+  return true;
+}
+
 bool MessageQueue::pump_until(const std::function<bool()>& done,
                               std::chrono::milliseconds timeout) {
   // The predicate may watch state that changes without a post, so the wait

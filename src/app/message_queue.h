@@ -37,6 +37,11 @@ class MessageQueue : public GuiQueue {
   // throws, the exception leaves pump() and the later messages stay queued.
   size_t pump();
 
+  // Owning thread only. Runs the first message, waiting up to `timeout` for
+  // one to arrive; false when none came. For callers that must look at the
+  // program's state between two messages.
+  bool pump_one(std::chrono::milliseconds timeout);
+
   // Owning thread only. Pumps until `done()` holds or `timeout` has passed;
   // returns the last value of `done()`. `done` is tested after every batch of
   // messages and at least every few milliseconds, so it may also watch state

@@ -294,8 +294,12 @@ TEST(VLView, FollowsTheTrackerFromItsMessages) {
   ASSERT_TRUE(s.Process());
   EXPECT_EQ(view.play_state(), app::kFollowTracker);
   std::vector<int32_t> previews;
+  // One message at a time, each with the compositor idle, so that every
+  // tracked frame finds the view free to show it however the threads are
+  // scheduled.
   while (processor.any_running() || f.queue.pending()) {
-    view.wait_idle([&] { f.queue.pump(); });
+    view.wait_idle(nullptr);
+    f.queue.pump_one(std::chrono::milliseconds(5));
     if (view.play_state() == app::kFollowTracker && view.followed_segment()) {
       EXPECT_EQ(view.followed_segment(), &s);
       EXPECT_EQ(view.BuildDetails(f.comp.GetPreviewTime()).mask, &s.GetMask());
