@@ -2,6 +2,7 @@
 #include "cli/report.h"
 
 #include <cstdio>
+#include <regex>
 
 #include "app/operation_stack.h"
 #include "app/report_error.h"
@@ -17,7 +18,20 @@ std::string ReportText(const std::string& operation, const std::string& text) {
   return app::ErrorReportText(operations, text);
 }
 
+std::string WithoutStagingNames(const std::string& text) {
+  // The files a result is written through before it takes its name: hidden
+  // ".NAME.part123" and ".NAME.partial", and "NAME.tmp123-4". The user asked
+  // for NAME and knows nothing of the others.
+  static const std::regex hidden(R"((^|[/\s(])\.([^/\s]+?)\.part(ial|[0-9]+))");
+  static const std::regex beside(R"(([^/\s]+?)\.tmp[0-9]+-[0-9]+)");
+  return std::regex_replace(std::regex_replace(text, hidden, "$1$2"), beside, "$1");
+}
+
 std::string FailureText(const std::exception& e) {
+  return WithoutStagingNames(RawFailureText(e));
+}
+
+std::string RawFailureText(const std::exception& e) {
   std::string text = e.what();
   if (const auto* io = dynamic_cast<const img::io_error*>(&e)) {
     if (!io->file().empty() && text.find(io->file()) == std::string::npos) {
