@@ -3,7 +3,8 @@
 # Runs the velomar-cli examples of the README, in order, as written, in a
 # fresh folder: the examples are what a new user types first, so each must
 # work on a fresh checkout. Examples that need a second program running
-# (lines ending in "&") or a placeholder ("[DIR]") are left out.
+# (lines ending in "&") or a placeholder ("[DIR]") are left out, and so is
+# the farm, which needs a cluster.
 #   scripts/readme_examples.sh [path/to/velomar-cli]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,7 +17,7 @@ mkdir bin
 ln -s "$cli" bin/velomar-cli
 export PATH="$work/bin:$PATH"
 # Example lines of the command-line sections, continuations joined, comments cut.
-awk '/^## velomar-cli/,/^## Linking/' "$readme" |
+awk '/^## velomar-cli/,/^## On a farm/' "$readme" |
   awk '/^    velomar-cli/ || joined { line = joined line $0; joined = "" }
        /\\$/ { sub(/\\$/, "", line); joined = line; line = ""; next }
        line != "" { print line; line = "" }' |
