@@ -3,10 +3,15 @@
 // word and returns the exit status: 0 success, 1 failure (reported).
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
+class VLComp;
+
 namespace cli {
+
+class Json;
 
 struct Command {
   const char* name;
@@ -36,6 +41,11 @@ int RunRelink(const std::vector<std::string>& args);
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
 int PrintProjectInfo(const std::string& path, bool json, bool yes);
+
+// One segment as info --json and segment list --json give it, and its line
+// of info's summary (no line end); frames as the user numbers them.
+void SegmentJson(Json& j, const VLComp& comp, int32_t index);
+std::string SegmentText(const VLComp& comp, int32_t index);
 
 extern const Command kInfoCommand;
 extern const Command kSequenceCommand;

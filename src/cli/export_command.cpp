@@ -12,6 +12,7 @@
 #include "app/scripted_dialogs.h"
 #include "base/errors.h"
 #include "cli/commands.h"
+#include "cli/frames.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/report.h"
@@ -64,6 +65,7 @@ int RunExport(const std::vector<std::string>& raw) {
   VLComp comp(operations, &dialogs);
   try {
     app::LoadProjectFile(comp, options.positional()[0], dialogs);
+    ReportGaps(comp.GetUnderlay());
   } catch (const std::exception& e) {
     return ReportFailure(app::kOpeningProject, e, json);
   }
@@ -76,6 +78,15 @@ int RunExport(const std::vector<std::string>& raw) {
       app::WriteKeyframeText(comp, text, overrides);
       content = text.str();
     }
+    // The numbers still come out, so the host would take guesses for tracking.
+    std::vector<int32_t> guessed;
+    for (const int32_t f : app::ExtrapolatedFrames(comp))
+      guessed.push_back(f + comp.GetStartFrame());
+    if (!guessed.empty())
+      std::fprintf(stderr,
+                   "velomar-cli: frames %s were not tracked: their motion is extrapolated from "
+                   "the nearest tracked frames (track them to replace it)\n",
+                   RunsText(guessed).c_str());
     if (options.has("--output")) {
       WriteWhole(options.value("--output"), content);
     } else {
@@ -93,8 +104,9 @@ const Command kExportCommand = {
     "usage: velomar-cli export PROJECT.vlp [-o FILE] [--model WORD] [--inaccuracy PIXELS]\n"
     "                          [--task WORD] [--json]\n"
     "\n"
-    "Writes the keyframe text of the overlay's motion (what Copy Transforms puts\n"
-    "on the clipboard, with plain line feeds) to FILE, or to standard output.\n"
+    "Writes the keyframe text of the overlay's motion (\"Adobe After Effects 5.0\n"
+    "Keyframe Data\", to paste onto a layer; see the README) to FILE, or to\n"
+    "standard output.\n"
     "The options replace the project's settings for this export only; the\n"
     "project file is not changed:\n"
     "  --model       Auto, Translation, Rigid, RigidScale, Affine1, Affine2,\n"
@@ -103,7 +115,11 @@ const Command kExportCommand = {
     "  --task        Tracking or Compensation\n"
     "With --json the same motion per frame, as data:\n"
     "  {\"first\", \"width\", \"height\", \"framerate\", \"pixel_aspect\", \"task\",\n"
-    "   \"frames\": [{\"frame\", \"matrix\": [xx, xy, yx, yy, x, y], \"corners\": [[x, y] x4]}]}\n"
+    "   \"frames\": [{\"frame\", \"matrix\": [xx, xy, yx, yy, x, y], \"corners\": [[x, y] x4]}],\n"
+    "   \"extrapolated\": [frames]}\n"
+    "Frames that no tracked result covers (a segment never tracked, a run that\n"
+    "stopped early) still get a motion, extrapolated from the nearest tracked\n"
+    "frames; standard error names them and --json lists them.\n"
     "Fails (status 1) when the overlay has no frames or no motion span, or the\n"
     "file cannot be written; a failed write leaves no partial file.\n",
     RunExport};

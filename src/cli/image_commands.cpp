@@ -134,13 +134,16 @@ const Command kInfoCommand = {
     "\"has_alpha\"}\n"
     "\n"
     "A project (.vlp) is described by its settings, segments and overlay; with\n"
-    "--json as {\"length\", \"width\", \"height\", \"framerate\", \"pixel_aspect\",\n"
-    "\"start_frame\", \"export_inaccuracy\", \"task\", \"export_model\", \"work_area\",\n"
-    "\"current_time\", \"preview_time\", \"active_segment\", \"overlay_active\",\n"
-    "\"segments\", \"overlay\"}. Frames there are indices from 0, as the file holds\n"
-    "them (add start_frame for the numbers the program shows); spans are\n"
-    "[first, last) and enumerations their file words. --yes answers questions\n"
-    "that opening the project raises.\n",
+    "--json as {\"length\", \"frames\", \"width\", \"height\", \"framerate\",\n"
+    "\"pixel_aspect\", \"start_frame\", \"export_inaccuracy\", \"task\",\n"
+    "\"export_model\", \"work_area\", \"gaps\", \"current_time\", \"preview_time\",\n"
+    "\"active_segment\", \"overlay_active\", \"segments\", \"overlay\"}. Frames\n"
+    "are the numbers the user sees (start_frame is the first frame's); spans\n"
+    "such as \"frames\" and \"work_area\" are [FIRST, LAST], LAST one past the\n"
+    "end, exactly as --span FIRST:LAST takes them; \"gaps\" are the numbers\n"
+    "missing from the footage's names, [first, last] inclusive. Enumerations\n"
+    "are their file words. --yes answers questions that opening the project\n"
+    "raises.\n",
     RunInfo};
 
 const Command kConvertCommand = {

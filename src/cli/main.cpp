@@ -13,6 +13,7 @@
 
 #include "cli/commands.h"
 #include "cli/options.h"
+#include "cli/report.h"
 
 namespace {
 
@@ -34,8 +35,10 @@ void PrintToolHelp(FILE* out) {
   for (const auto* c : kCommands) std::fprintf(out, "  %-10s %s\n", c->name, c->summary);
   std::fprintf(out,
                "\n"
-               "velomar-cli <command> --help tells more. Any failure, a usage mistake\n"
-               "included, exits with status 1 and a report on standard error.\n");
+               "velomar-cli <command> --help tells more; velomar-cli --version the version.\n"
+               "Any failure, a usage mistake included, exits with status 1 and a report\n"
+               "on standard error (\"Error while ...\"), and with --json an object\n"
+               "{\"error\": ...} on standard output.\n");
 }
 
 // Where a crash report goes besides standard error: the user's state folder
@@ -65,6 +68,25 @@ class DiscardingBuffer : public std::streambuf {
   int overflow(int c) override { return traits_type::not_eof(c); }
 };
 
+bool WantsJson(const std::vector<std::string>& args) {
+  for (const auto& a : args)
+    if (a == "--json") return true;
+  return false;
+}
+
+// A usage mistake is a failure like any other: the same report, the same
+// JSON object, then the command's usage line to show the right form.
+int ReportUsage(const std::exception& e, const std::vector<std::string>& args, const char* usage) {
+  cli::ReportFailure("reading the command line", e, WantsJson(args));
+  if (usage) {
+    const char* end = std::strchr(usage, '\n');
+    std::fprintf(stderr, "%.*s\n", int(end ? end - usage : std::strlen(usage)), usage);
+  } else {
+    std::fprintf(stderr, "velomar-cli --help lists the commands\n");
+  }
+  return 1;
+}
+
 bool WantsHelp(const std::vector<std::string>& args) {
   for (const auto& a : args)
     if (a == "--help" || a == "-h") return true;
@@ -91,6 +113,10 @@ int main(int argc, char** argv) {
     PrintToolHelp(stdout);
     return 0;
   }
+  if (word == "--version") {
+    std::printf("velomar-cli %s\n", VELOMAR_VERSION);
+    return 0;
+  }
   std::vector<std::string> args(argv + 2, argv + argc);
   for (const auto* c : kCommands) {
     if (word != c->name) continue;
@@ -101,17 +127,14 @@ int main(int argc, char** argv) {
     try {
       return c->run(args);
     } catch (const cli::UsageError& e) {
-      std::fprintf(stderr, "velomar-cli %s: %s\n", c->name, e.what());
-      const char* end = std::strchr(c->help, '\n');
-      std::fprintf(stderr, "%.*s\n", int(end ? end - c->help : std::strlen(c->help)), c->help);
-      return 1;
+      return ReportUsage(e, args, c->help);
     } catch (const std::exception& e) {
       // Commands report their own failures; this is the last line of defence.
-      std::fprintf(stderr, "Error while performing general operation:\n%s.\n", e.what());
-      return 1;
+      return cli::ReportFailure("performing general operation", e, WantsJson(args));
     }
   }
-  std::fprintf(stderr, "velomar-cli: unknown command '%s'\n\n", word.c_str());
-  PrintToolHelp(stderr);
-  return 1;
+  std::string known;
+  for (const auto* c : kCommands) known += std::string(known.empty() ? "" : ", ") + c->name;
+  return ReportUsage(cli::UsageError("unknown command '" + word + "' (known: " + known + ")"), args,
+                     nullptr);
 }

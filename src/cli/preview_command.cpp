@@ -13,6 +13,7 @@
 #include "app/preview/view.h"
 #include "app/profile_store.h"
 #include "cli/commands.h"
+#include "cli/frames.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/project_session.h"
@@ -36,7 +37,7 @@ int RunPreview(const std::vector<std::string>& raw) {
   if (options.positional().size() != 1) throw UsageError("preview needs one PROJECT");
   if (!options.has("--frame")) throw UsageError("preview needs --frame N");
   if (!options.has("--output")) throw UsageError("preview needs -o FILE");
-  const int32_t frame = ParseFrameIndex(options.value("--frame"), "--frame");
+  const int32_t number = ParseFrameNumber(options.value("--frame"), "--frame");
   const std::string out = options.value("--output");
   app::DisplayStyle style;
   style.background = kCliBackground;
@@ -52,10 +53,7 @@ int RunPreview(const std::vector<std::string>& raw) {
         VLComp& comp = session.comp();
         app::Velomar& velomar = session.app();
         velomar.GetOperations().push(kMakingPreview);
-        if (frame < 0 || frame >= comp.GetLength())
-          throw std::runtime_error("frame " + std::to_string(frame) +
-                                   " lies outside the composition, whose frames are 0 to " +
-                                   std::to_string(comp.GetLength() - 1));
+        const int32_t frame = FrameIndex(comp, number);
         // The style of this run only: the view reads it from a store of
         // its own and writes it back there.
         app::MemoryProfileStore profile;
@@ -107,16 +105,15 @@ const Command kPreviewCommand = {
     "usage: velomar-cli preview PROJECT.vlp --frame N -o FILE [--style KEY=VALUE]...\n"
     "                           [--edit-mode]\n"
     "\n"
-    "Writes the composite the preview shows at frame N (from 0, as the project\n"
-    "file and info number frames) to FILE, in the format of its extension\n"
+    "Writes the composite the preview shows at frame N (numbered as info\n"
+    "prints frames) to FILE, in the format of its extension\n"
     "(bmp, tga, png, jpg, gif, tif; tga keeps the alpha channel).\n"
     "  --style KEY=VALUE  a key of the display style for this run only, in its\n"
     "                     stored integer form (decimal, or 0x and hex digits):\n"
     "       Underlay, Overlay, Mask, InverseMask   0 or 1 (defaults 1, 1, 1, 0)\n"
     "       Background, MaskColor    colour, blue in the low byte, then green,\n"
     "                                red, alpha (default 0xABABAB: grey with\n"
-    "                                alpha 0, where the window takes its\n"
-    "                                workspace colour; MaskColor 255: blue)\n"
+    "                                alpha 0; MaskColor 255: blue)\n"
     "       OverlayOpacity, MaskOpacity  thousandths (defaults 1000, 500)\n"
     "       Interpolation            1 bilinear, 0 nearest (default 1)\n"
     "  --edit-mode        what the view shows while the mask editor is on: no\n"

@@ -8,6 +8,7 @@
 #include "app/commands/project_files.h"
 #include "app/model/comp.h"
 #include "app/work/processor.h"
+#include "cli/frames.h"
 #include "cli/options.h"
 #include "cli/report.h"
 #include "imaging/global_cache.h"
@@ -15,7 +16,9 @@
 namespace cli {
 
 app::Answer FlagDialogs::ask(const std::string& text, app::Buttons buttons, app::Icon icon) {
-  if (buttons != app::Buttons::Ok && !yes_) throw std::runtime_error(text);
+  // The question stays a question; the line after it says what was answered.
+  if (buttons != app::Buttons::Ok && !yes_)
+    throw std::runtime_error(text + "\nAnswered no: give --yes to answer yes");
   return ScriptedDialogs::ask(text, buttons, icon);
 }
 
@@ -50,6 +53,7 @@ VLComp& ProjectSession::comp() {
 void ProjectSession::Open(const std::string& path) {
   if (!app_.OpenDocumentFile(path) || !app_.IsProjectOpen())
     throw std::runtime_error("could not open project: " + path);
+  ReportGaps(comp().GetUnderlay());
 }
 
 int ProjectSession::Run(const std::function<void()>& command, bool json, const char* operation) {

@@ -17,6 +17,7 @@
 #include "app/render/render_command.h"
 #include "app/render/render_settings.h"
 #include "cli/commands.h"
+#include "cli/frames.h"
 #include "cli/json.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
@@ -140,13 +141,7 @@ RenderRequest ParseRequest(const Options& options) {
   if (r.coder && !r.avi) throw UsageError("--coder belongs to AVI output: -o FILE.avi");
   if (r.skip_existing && (r.avi || r.field.value_or(0) != 0))
     throw UsageError("--skip-existing keeps image files, one per frame: not with AVI or --field");
-  if (options.has("--span")) {
-    const std::string text = options.value("--span");
-    const auto colon = text.find(':');
-    if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
-    r.span = My::Span{ParseFrameIndex(text.substr(0, colon), "--span"),
-                      ParseFrameIndex(text.substr(colon + 1), "--span")};
-  }
+  if (options.has("--span")) r.span = ParseFrameSpan(options.value("--span"), "--span");
   r.style.background = kCliBackground;
   for (const std::string& setting : options.values("--style")) ApplyStyle(r.style, setting);
   return r;
@@ -195,12 +190,7 @@ app::RenderOutcome RenderInSession(ProjectSession& session,
   if (r.format) preferences.renderingFormat = *r.format;
   if (r.alpha) preferences.renderingAlpha = *r.alpha;
   if (r.field) preferences.renderingField = *r.field;
-  if (r.span) {
-    if (r.span->first < 0 || r.span->first > r.span->last || r.span->last > comp.GetLength())
-      throw UsageError("--span FIRST:LAST must lie in 0:" + std::to_string(comp.GetLength()) +
-                       " (frame indices from 0, LAST one past the end)");
-    comp.SetWorkAreaDirect(*r.span);
-  }
+  if (r.span) comp.SetWorkAreaDirect(IndexSpan(comp, *r.span));
   // The style and the coder of this run only.
   app::MemoryProfileStore profile;
   app::WriteDisplayStyle(profile, r.style);
@@ -333,8 +323,8 @@ const Command kRenderCommand = {
     "                          [--span FIRST:LAST] [--style KEY=VALUE]...\n"
     "                          [--skip-existing] [--json]\n"
     "\n"
-    "Renders as File > Render > Composition does (Overlay with --overlay-only:\n"
-    "the overlay alone on a transparent background): each frame of the work\n"
+    "Renders the composition (with --overlay-only: the overlay alone on a\n"
+    "transparent background): each frame of the work\n"
     "area is composited as the preview shows it with the render settings on\n"
     "(no mask, full overlay opacity, bilinear), and written.\n"
     "OUT is a folder for image files (made if missing): one file per frame,\n"
@@ -350,19 +340,18 @@ const Command kRenderCommand = {
     "                     frame per pair, named as the first half of the range\n"
     "  --coder NAME       the AVI coder (velomar-cli coders lists them), with\n"
     "  --coder-options K=V:K=V  its options, as FFmpeg names them\n"
-    "  --span FIRST:LAST  the frames rendered (frame indices from 0, LAST one past\n"
-    "                     the end; default the work area)\n"
+    "  --span FIRST:LAST  the frames rendered (frame numbers as info prints\n"
+    "                     them, LAST one past the end; default the work area)\n"
     "  --style KEY=VALUE  a display style key for this run, as preview takes it;\n"
-    "                     Background defaults to 0xABABAB (grey, alpha 0) where\n"
-    "                     the window takes its workspace colour\n"
+    "                     Background defaults to 0xABABAB (grey, alpha 0)\n"
     "  --skip-existing    frames whose file is in OUT already are not rendered\n"
     "                     again, so a stopped render resumes (image files only,\n"
     "                     without --field); a file there is always whole\n"
     "\n"
-    "Progress \"N / M\" goes to standard error. Ctrl-C stops as the dialog's\n"
-    "Cancel does (\"Rendering interrupted by user.\", status 130) and keeps\n"
-    "what was written, each file whole; SIGTERM and SIGHUP do the same with\n"
-    "status 143 and 129. A frame that is missing, of the wrong size or cannot\n"
+    "Progress \"N / M\" goes to standard error. Ctrl-C stops the rendering\n"
+    "(\"Rendering interrupted by user.\", status 130) and keeps what was\n"
+    "written, each file whole; SIGTERM and SIGHUP do the same with status 143\n"
+    "and 129. A frame that is missing, of the wrong size or cannot\n"
     "be read, or an output that cannot be written, fails with status 1.\n",
     RunRender};
 

@@ -2,6 +2,7 @@
 #include "cli/report.h"
 
 #include <cstdio>
+#include <regex>
 
 #include "app/operation_stack.h"
 #include "app/report_error.h"
@@ -17,7 +18,19 @@ std::string ReportText(const std::string& operation, const std::string& text) {
   return app::ErrorReportText(operations, text);
 }
 
+std::string WithoutStagingNames(const std::string& text) {
+  // The files a result is written through before it takes its name: hidden
+  // ".NAME.staging-HOST-PID-N" beside the target. The user asked for NAME
+  // and knows nothing of the other.
+  static const std::regex hidden(R"((^|[/\s(])\.([^/\s]+?)\.staging-[^/\s-]+-[0-9]+-[0-9]+)");
+  return std::regex_replace(text, hidden, "$1$2");
+}
+
 std::string FailureText(const std::exception& e) {
+  return WithoutStagingNames(RawFailureText(e));
+}
+
+std::string RawFailureText(const std::exception& e) {
   std::string text = e.what();
   if (const auto* io = dynamic_cast<const img::io_error*>(&e)) {
     if (!io->file().empty() && text.find(io->file()) == std::string::npos) {

@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/segment_setup.h"
 
+#include <algorithm>
 #include <charconv>
+#include <climits>
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <type_traits>
 
 #include "app/model/comp.h"
+#include "app/model/setting_tables.h"
+#include "cli/frames.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
 
@@ -21,30 +26,70 @@ uint32_t ParseCount(const std::string& text, const std::string& what) {
   return value;
 }
 
-int32_t FrameIndex(const VLComp& comp, int32_t index) {
-  if (index < 0 || index >= comp.GetLength())
-    throw std::runtime_error("frame " + std::to_string(index) +
-                             " is outside the composition (0 to " +
-                             std::to_string(comp.GetLength() - 1) + ")");
-  return index;
+namespace {
+
+// The words of an enumeration, each once (two values may share a word).
+template <class E>
+std::string Words() {
+  std::string words;
+  std::vector<std::string_view> seen;
+  for (const auto& row : EnumTable<E>()) {
+    if (std::find(seen.begin(), seen.end(), row.word) != seen.end()) continue;
+    seen.push_back(row.word);
+    words += std::string(words.empty() ? "" : ", ") + std::string(row.word);
+  }
+  return words;
+}
+
+}  // namespace
+
+std::string ParamHelp() {
+  const VLSegmentParams defaults;
+  std::string text;
+  for (const auto& field : SegmentParamFields()) {
+    std::string line = std::string("  ") + field.key + "=";
+    std::visit(
+        [&](auto member) {
+          using T = std::decay_t<decltype(defaults.*member)>;
+          if constexpr (std::is_same_v<T, unsigned>) {
+            // The range is what the setter's clamp leaves of the extremes.
+            VLSegmentParams low, high;
+            low.*member = 0;
+            high.*member = UINT32_MAX;
+            const unsigned lo = Clamped(low).*member, hi = Clamped(high).*member;
+            line += "N";
+            line.resize(std::max<size_t>(line.size() + 1, 30), ' ');
+            line += std::to_string(lo) +
+                    (hi == UINT32_MAX ? std::string(" or more") : " to " + std::to_string(hi));
+            line += ", default " + std::to_string(defaults.*member);
+          } else if constexpr (std::is_same_v<T, bool>) {
+            line += "0|1";
+            line.resize(std::max<size_t>(line.size() + 1, 30), ' ');
+            line += std::string("0 or 1, default ") + (defaults.*member ? "1" : "0");
+          } else {
+            line += "WORD";
+            line.resize(std::max<size_t>(line.size() + 1, 30), ' ');
+            line += Words<T>() + "; default " + std::string(FileWord(defaults.*member));
+          }
+        },
+        field.member);
+    text += line + " (" + field.label + ")\n";
+  }
+  return text;
 }
 
 SegmentRequest ParseSegmentRequest(const Options& options) {
   if (!options.has("--key") || !options.has("--mask"))
     throw UsageError("a segment needs --key FRAME and --mask MASK");
   SegmentRequest request;
-  request.key = ParseFrameIndex(options.value("--key"), "--key");
+  request.key = ParseFrameNumber(options.value("--key"), "--key");
   request.mask = options.value("--mask");
   request.params = options.values("--param");
   if (options.has("--span")) {
-    const std::string& span = options.value("--span");
-    const auto colon = span.find(':');
-    if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
-    const My::Span s{ParseFrameIndex(span.substr(0, colon), "--span"),
-                     ParseFrameIndex(span.substr(colon + 1), "--span")};
+    const My::Span s = ParseFrameSpan(options.value("--span"), "--span");
     if (s.first > request.key || s.last <= request.key)
-      throw UsageError(
-          "--span FIRST:LAST must hold the key frame (LAST is one past the last frame)");
+      throw UsageError("--span " + SpanText(s) + " must hold the key frame " +
+                       std::to_string(request.key) + " (LAST is one past the last frame)");
     request.span = s;
   }
   // Malformed parameters fail before any file is touched.
@@ -71,7 +116,8 @@ void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
             value = text == "1" || text == "true";
           } else {
             const auto word = FromFileWord<T>(text);
-            if (!word) throw UsageError("'" + text + "' is no value of " + key);
+            if (!word)
+              throw UsageError(key + " takes one of " + Words<T>() + "; not '" + text + "'");
             value = *word;
           }
         },
@@ -84,7 +130,20 @@ void ApplyParam(VLSegmentParams& params, const std::string& assignment) {
   throw UsageError("unknown parameter " + key + " (known: " + keys + ")");
 }
 
-void NewProjectFromSequence(ProjectSession& session, const std::string& path, uint32_t rate) {
+double ParseRate(const std::string& text) {
+  double value = 0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end || !(value >= 1.0) ||
+      value > app::kMaxFramerate)
+    throw UsageError(
+        "--rate takes frames per second from 1 to 1000 (25, 29.97, 23.976, ...), "
+        "not '" +
+        text + "'");
+  return value;
+}
+
+void NewProjectFromSequence(ProjectSession& session, const std::string& path, double rate) {
   // The frames keep the names they are opened by, and the project stores
   // them against its own folder: a name relative to the working folder would
   // be stored against the wrong base.
@@ -104,6 +163,7 @@ void NewProjectFromSequence(ProjectSession& session, const std::string& path, ui
     throw std::runtime_error(std::to_string(count) + " of " + std::to_string(frames.size()) +
                              " frames of " + path + " are not there: " + missing +
                              (count > 3 ? ", ..." : ""));
+  ReportGaps(frames);
 }
 
 int32_t AddSegment(ProjectSession& session, const SegmentRequest& request) {
@@ -111,9 +171,10 @@ int32_t AddSegment(ProjectSession& session, const SegmentRequest& request) {
   comp.SetCurrentTime(FrameIndex(comp, request.key));
   session.app().OnNewSegment();
   VL::Segment& segment = comp.GetInterface().GetSegment(comp.GetActiveSegment());
-  if (request.span)
-    segment.SetTimeSpan(FrameIndex(comp, request.span->first),
-                        FrameIndex(comp, request.span->last - 1) + 1);
+  if (request.span) {
+    const My::Span span = IndexSpan(comp, *request.span);
+    segment.SetTimeSpan(span.first, span.last);
+  }
   VLSegmentParams params = segment.GetParams();
   for (const auto& p : request.params) ApplyParam(params, p);
   segment.SetParams(params);

@@ -21,7 +21,7 @@ class Options;
 class ProjectSession;
 
 // What `--key FRAME --mask MASK [--span FIRST:LAST] [--param KEY=VALUE]...`
-// asks for. Frames are indices from 0; the span is half-open.
+// asks for, in frame numbers as the user sees them; the span is half-open.
 struct SegmentRequest {
   int32_t key = 0;
   std::optional<My::Span> span;  // none: the new segment's default span
@@ -38,9 +38,17 @@ SegmentRequest ParseSegmentRequest(const Options& options);
 // malformed value, leaving `params` as it was.
 void ApplyParam(VLSegmentParams& params, const std::string& assignment);
 
+// One line per stored parameter: KEY=FORM, its range (what the clamp
+// keeps) or words, its default and its label.
+std::string ParamHelp();
+
 // Opens the sequence that `path` belongs to as a new project (frame rate
 // `rate`). Throws when it holds no images.
-void NewProjectFromSequence(ProjectSession& session, const std::string& path, uint32_t rate);
+void NewProjectFromSequence(ProjectSession& session, const std::string& path, double rate);
+
+// Frames per second from command-line text: 1 to 1000, fractions allowed
+// (23.976, 29.97); throws UsageError otherwise.
+double ParseRate(const std::string& text);
 
 // Adds a segment on top of the stack as New Segment does on the key frame,
 // sets its span and parameters, imports its mask; returns its index (the
@@ -50,8 +58,5 @@ int32_t AddSegment(ProjectSession& session, const SegmentRequest& request);
 
 // A whole number from command-line text; throws UsageError naming `what`.
 uint32_t ParseCount(const std::string& text, const std::string& what);
-
-// Throws when `index` lies outside the composition's frames.
-int32_t FrameIndex(const VLComp& comp, int32_t index);
 
 }  // namespace cli

@@ -7,6 +7,7 @@
 #include "base/pixel_aspect.h"
 #include "cli/commands.h"
 #include "cli/demo_shot.h"
+#include "cli/frames.h"
 #include "cli/json.h"
 #include "cli/options.h"
 #include "cli/report.h"
@@ -40,10 +41,12 @@ int RunSequence(const std::vector<std::string>& args) {
           .begin_array()
           .value(aspect.num)
           .value(aspect.den)
-          .end_array()
-          .end_object();
+          .end_array();
+      GapsJson(j, frames);
+      j.end_object();
       std::printf("%s\n", j.str().c_str());
     } else {
+      ReportGaps(frames);
       std::printf("%zu frames, first frame number %u, %u x %u, pixel aspect %d/%d\n", frames.size(),
                   first, size.width, size.height, aspect.num, aspect.den);
       for (const auto& f : frames) std::printf("%s\n", f.c_str());
@@ -116,12 +119,14 @@ const Command kSequenceCommand = {
     "usage: velomar-cli sequence [--json] PATH\n"
     "\n"
     "Lists the frames that opening PATH gives: PATH is any frame of a numbered\n"
-    "series (every digit of its name matches any character; names sort as byte\n"
+    "series (the files whose names differ from it only in the last run of\n"
+    "digits, with as many digits; folders are no frames; names sort as byte\n"
     "strings) or an \".ais\" list (one file a line). Prints the count, the first\n"
-    "frame number, the size of the first image and the pixel aspect it implies.\n"
-    "With --json:\n"
-    "  {\"frames\": [...], \"first_frame_number\", \"width\", \"height\", \"pixel_aspect\": [num, "
-    "den]}\n",
+    "frame number, the size of the first image and the pixel aspect it implies;\n"
+    "numbers missing from the series are named on standard error (the list\n"
+    "closes up over them). With --json:\n"
+    "  {\"frames\": [...], \"first_frame_number\", \"width\", \"height\",\n"
+    "   \"pixel_aspect\": [num, den], \"gaps\": [[first, last]...]}\n",
     RunSequence};
 
 const Command kDemoShotCommand = {

@@ -16,6 +16,7 @@
 #include "app/model/setting_tables.h"
 #include "base/enums.h"
 #include "cli/commands.h"
+#include "cli/json.h"
 #include "cli/options.h"
 #include "cli/project_session.h"
 
@@ -49,7 +50,7 @@ std::pair<std::string, std::string> Pair(const std::string& key,
 }
 
 My::Span Span(const std::string& key, const std::string& text) {
-  const char* form = "FIRST:LAST (frame indices)";
+  const char* form = "FIRST:LAST (LAST one past the last)";
   const auto [first, last] = Pair(key, form, text, ":");
   return {Number<int32_t>(key, form, first), Number<int32_t>(key, form, last)};
 }
@@ -99,8 +100,8 @@ app::SettingValue Parse(const app::SettingValue& current,
         using T = std::decay_t<decltype(now)>;
         if constexpr (std::is_same_v<T, uint32_t> || std::is_same_v<T, int32_t>)
           return Number<T>(key, form ? form : "a whole number", text);
-        else if constexpr (std::is_same_v<T, float>)
-          return Number<float>(key, form ? form : "a number", text);
+        else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
+          return Number<T>(key, form ? form : "a number", text);
         else if constexpr (std::is_same_v<T, My::Span>)
           return Span(key, text);
         else if constexpr (std::is_same_v<T, PixelAspectRatio>)
@@ -160,8 +161,9 @@ int RunSet(const std::vector<std::string>& args) {
         for (const Change& change : changes) {
           const std::string key = change.key();
           if (change.comp) {
-            const app::SettingValue value =
+            app::SettingValue value =
                 Parse(change.comp->Get(comp), key, change.comp->names().form, change.text);
+            if (change.comp->names().frames) value = app::ShiftFrames(value, -comp.GetStartFrame());
             app::ChangeSetting(comp, key, value);
             continue;
           }
@@ -169,12 +171,15 @@ int RunSet(const std::vector<std::string>& args) {
           if (overlay.IsEmpty())
             throw std::runtime_error("the project has no overlay to set " + key +
                                      " of: import one first");
-          const app::SettingValue value =
+          app::SettingValue value =
               Parse(change.overlay->Get(overlay), key, change.overlay->names().form, change.text);
+          if (change.overlay->names().frames)
+            value = app::ShiftFrames(value, -comp.GetStartFrame());
           app::ChangeSetting(overlay, comp.GetActionQueue(), key, value);
         }
         // One save when every change is in; a failure above leaves the file as it was.
         session.app().OnSave();
+        if (json) std::printf("{\"project\": %s}\n", JsonQuote(pos[0]).c_str());
       },
       json, "changing settings");
 }
@@ -186,14 +191,15 @@ const Command kSetCommand = {
     "Changes the settings of the project and of its overlay, in the order\n"
     "given, and saves the project once when all of them are in. Keys and\n"
     "values are those info --json prints:\n"
-    "  framerate=N  start_frame=N  export_inaccuracy=PIXELS\n"
+    "  framerate=FPS (25, 29.97, ...)  start_frame=N  export_inaccuracy=PIXELS\n"
     "  work_area=FIRST:LAST  pixel_aspect=NUM/DEN (or NUM:DEN)\n"
     "  task=WORD  export_model=WORD\n"
     "and, for a project with an overlay:\n"
     "  source_offset=N  trimming=FIRST:LAST  match=FRAME\n"
     "  alignment=WORD  alpha=WORD  initial_transform=xx,xy,yx,yy,x,y\n"
-    "Frames are indices from 0; a span's LAST is one past its last frame, as\n"
-    "in the file. Values out of range are clamped as the program clamps them\n"
+    "Frames are numbered as info prints them (the start frame is the number\n"
+    "of the first frame); a span's LAST is one past its last frame. Values out of range are "
+    "clamped as the program clamps them\n"
     "(a frame rate of at least 1, spans inside the frames, ...). An unknown\n"
     "key or a malformed value fails the command and nothing is saved.\n",
     RunSet};

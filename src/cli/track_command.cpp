@@ -13,6 +13,7 @@
 #include "app/model/segment.h"
 #include "base/staging_file.h"
 #include "cli/commands.h"
+#include "cli/frames.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
 #include "cli/project_session.h"
@@ -52,15 +53,14 @@ std::vector<int32_t> ChooseSegments(const VLComp& comp, const Options& options) 
 // the segment. A span that leaves out the key frame is refused, as it would
 // be clamped to something else than asked for.
 void SetTimeSpan(VLComp& comp, int32_t index, const std::string& text) {
-  const auto colon = text.find(':');
-  if (colon == std::string::npos) throw UsageError("--span needs FIRST:LAST");
-  const My::Span span{ParseFrameIndex(text.substr(0, colon), "--span"),
-                      ParseFrameIndex(text.substr(colon + 1), "--span")};
+  const My::Span numbers = ParseFrameSpan(text, "--span");
   VL::Segment& segment = comp.GetInterface().GetSegment(index);
-  if (span.first > segment.GetOrigin() || span.last <= segment.GetOrigin())
-    throw UsageError("--span FIRST:LAST must hold the key frame " +
-                     std::to_string(segment.GetOrigin()) + " (LAST is one past the last frame)");
-  segment.SetTimeSpan(FrameIndex(comp, span.first), FrameIndex(comp, span.last - 1) + 1);
+  const int32_t key = FrameNumber(comp, segment.GetOrigin());
+  if (numbers.first > key || numbers.last <= key)
+    throw UsageError("--span " + SpanText(numbers) + " must hold the key frame " +
+                     std::to_string(key) + " (LAST is one past the last frame)");
+  const My::Span span = IndexSpan(comp, numbers);
+  segment.SetTimeSpan(span.first, span.last);
 }
 
 void PrintSummary(const VLComp& comp,
@@ -68,8 +68,9 @@ void PrintSummary(const VLComp& comp,
                   const TrackOutcome& outcome) {
   for (const int32_t index : segments) {
     const VLSegment& s = comp.GetSegmentObject(index);
-    std::printf("segment %d: data span %d:%d, time span %d:%d\n", index, s.GetDataSpan().first,
-                s.GetDataSpan().last, s.GetTimeSpan().first, s.GetTimeSpan().last);
+    std::printf("segment %d: data span %s, time span %s\n", index,
+                SpanText(NumberSpan(comp, s.GetDataSpan())).c_str(),
+                SpanText(NumberSpan(comp, s.GetTimeSpan())).c_str());
   }
   std::printf("%lld new frames in %.2f s", static_cast<long long>(outcome.frames), outcome.seconds);
   if (outcome.frames > 0 && outcome.seconds > 0)
@@ -140,7 +141,8 @@ int TrackAndSave(ProjectSession& session,
     }
   }
   if (!transforms.empty()) {
-    const std::string text = TransformsText(comp.GetSegmentObject(segments.front()));
+    const std::string text =
+        TransformsText(comp.GetSegmentObject(segments.front()), comp.GetStartFrame());
     try {
       WriteWhole(transforms, text);
     } catch (const std::exception& e) {
@@ -207,8 +209,7 @@ int RunTrackSequence(const Options& options) {
   const std::string out = options.has("--output") ? options.value("--output") : std::string();
   if (out.empty() && !options.has("--transforms"))
     throw UsageError("track --sequence needs -o PROJECT.vlp or --transforms FILE to keep results");
-  const uint32_t rate = options.has("--rate") ? ParseCount(options.value("--rate"), "--rate") : 50;
-  if (rate == 0) throw UsageError("--rate must be at least 1");
+  const double rate = options.has("--rate") ? ParseRate(options.value("--rate")) : 50;
   ProjectSession session(options.flag("--yes"), true);
   int status = 0;
   const int failed = session.Run(
@@ -236,19 +237,19 @@ const Command kTrackCommand = {
     "usage: velomar-cli track PROJECT.vlp [--segment INDEX | --all] [--span FIRST:LAST]\n"
     "                         [--transforms FILE] [--debug-dir DIR] [--json] [--yes]\n"
     "       velomar-cli track --sequence PATH --key FRAME --mask MASK.bmp [--span FIRST:LAST]\n"
-    "                         [--param KEY=VALUE]... [--rate N] [-o PROJECT.vlp]\n"
+    "                         [--param KEY=VALUE]... [--rate FPS] [-o PROJECT.vlp]\n"
     "                         [--transforms FILE] [--debug-dir DIR] [--json] [--yes]\n"
     "\n"
-    "Tracks segments as Segment > Process does: from the key frame backward,\n"
+    "Tracks segments: from the key frame backward,\n"
     "then forward, over the segment's time span, one transformation a frame.\n"
     "Frames that already have results are kept and tracking goes on from\n"
     "them, so a stopped run resumes and a widened time span is filled in.\n"
     "Then saves the project. Without --segment or --all the active segment\n"
-    "is tracked (the one Process takes; segment add makes the new one\n"
-    "active), or every segment when none is active. INDEX counts from 0 at\n"
+    "is tracked (segment add makes the new one active; segment list marks\n"
+    "it), or every segment when none is active. INDEX counts from 0 at\n"
     "the top of the stack. --span first sets the time span of the one segment\n"
-    "tracked (frame indices from 0, LAST one past the end, holding the key\n"
-    "frame), as dragging its ends on the trackline does.\n"
+    "tracked (frame numbers as info prints them, LAST one past the end,\n"
+    "holding the key frame).\n"
     "\n"
     "The second form makes a project of the sequence PATH belongs to (as new\n"
     "does), adds a segment on FRAME with MASK (as segment add does, same\n"
@@ -261,16 +262,16 @@ const Command kTrackCommand = {
     "Progress goes to standard error: frames done of those wanted for the\n"
     "segment in hand, frames per second, direction. At the end standard output\n"
     "has each segment's data span and time span (FIRST:LAST, LAST one past\n"
-    "the end) and the speed.\n"
+    "the end, as --span takes them) and the speed.\n"
     "  --transforms FILE  one line per frame of the segment's data span, in\n"
-    "                     order: the frame index, then xx xy yx yy x y of the\n"
+    "                     order: the frame number, then xx xy yx yy x y of the\n"
     "                     transformation from key-frame coordinates to that\n"
     "                     frame, each with 17 significant digits, single blanks\n"
     "                     between; only with one segment tracked\n"
     "  --debug-dir DIR    the tracker's log (Velomar.log) and table of\n"
     "                     discrepancies (Discrepancy.txt) of the last run go there\n"
     "  --json             standard output has one object instead of the summary:\n"
-    "                     {\"segments\": [{\"index\", \"key_frame\", \"data_span\",\n"
+    "                     {\"segments\": [{\"index\", \"key_frame\", \"key_file\", \"data_span\",\n"
     "                     \"time_span\", \"mask_box\": [left, top, right, bottom],\n"
     "                     \"frames\": [{\"frame\", \"transform\": [xx, xy, yx, yy, x, y],\n"
     "                     \"corners\": the box's corners (top left, top right,\n"
@@ -279,7 +280,7 @@ const Command kTrackCommand = {
     "                     \"ms_per_frame\", \"cancelled\"}, with \"error\" when a run\n"
     "                     failed; a failure before tracking gives {\"error\"}\n"
     "\n"
-    "Ctrl-C stops the tracking as Segment > Cancel does: the frames computed are\n"
+    "Ctrl-C stops the tracking: the frames computed are\n"
     "kept and saved, and the command exits with status 130; a second Ctrl-C\n"
     "ends it at once, unsaved. SIGTERM (sent by timeout and batch schedulers)\n"
     "and SIGHUP do the same, with status 143 and 129. A run that fails (a\n"

@@ -12,6 +12,7 @@
 #include "app/model/comp.h"
 #include "app/model/segment.h"
 #include "app/work/processor.h"
+#include "cli/frames.h"
 #include "cli/json.h"
 #include "cli/project_session.h"
 
@@ -102,6 +103,11 @@ class Tracking {
         continue;
       }
       if (segment.Process()) {
+        // A key frame given one off tracks well and is wrong all the same:
+        // the file tells.
+        std::fprintf(stderr, "segment %d: key frame %d is %s\n", index,
+                     FrameNumber(comp, segment.GetOrigin()),
+                     comp.GetUnderlay()[size_t(segment.GetOrigin())].c_str());
         jobs_.push_back({index, &segment, kept, wanted});
       } else {
         // Refused at once (an empty mask): the warning is this segment's.
@@ -151,8 +157,7 @@ class Tracking {
         text += " (segment " + std::to_string(job.index);
         if (status == app::kSegmentForward || status == app::kSegmentBackward)
           text += status == app::kSegmentForward ? ", tracking forward" : ", tracking backward";
-        text += "; data span " + std::to_string(data.first) + ":" + std::to_string(data.last) +
-                " kept)";
+        text += "; data span " + SpanText(NumberSpan(session_.comp(), data)) + " kept)";
         job.segment->SetStatus(app::kSegmentIdle);
         break;
       }
@@ -256,7 +261,7 @@ TrackOutcome TrackSegments(ProjectSession& session,
   return Tracking(session, watch).Run(segments);
 }
 
-std::string TransformsText(const VLSegment& segment) {
+std::string TransformsText(const VLSegment& segment, int32_t start_frame) {
   const VLSegmentDataPtr data = segment.GetData();
   const int32_t key = segment.GetOrigin();
   const My::Span span = data->DataSpan(key);
@@ -264,8 +269,9 @@ std::string TransformsText(const VLSegment& segment) {
   for (int32_t frame = span.first; frame < span.last; ++frame) {
     const types::affine& t = data->At(frame, key);
     char line[256];
-    std::snprintf(line, sizeof line, "%d %.17g %.17g %.17g %.17g %.17g %.17g\n", frame, t.xx, t.xy,
-                  t.yx, t.yy, t.x, t.y);
+    std::snprintf(line, sizeof line, "%lld %.17g %.17g %.17g %.17g %.17g %.17g\n",
+                  static_cast<long long>(int64_t(frame) + start_frame), t.xx, t.xy, t.yx, t.yy, t.x,
+                  t.y);
     text += line;
   }
   return text;
@@ -298,9 +304,13 @@ std::string TrackJson(const VLComp& comp,
     const int32_t key = segment.GetOrigin();
     const MaskBox box = BoundingBox(segment.GetMask());
     const My::Span data_span = segment.GetDataSpan(), time_span = segment.GetTimeSpan();
-    j.begin_object().key("index").value(index).key("key_frame").value(key);
-    j.key("data_span").begin_array().value(data_span.first).value(data_span.last).end_array();
-    j.key("time_span").begin_array().value(time_span.first).value(time_span.last).end_array();
+    const int32_t start = comp.GetStartFrame();
+    j.begin_object().key("index").value(index).key("key_frame").value(FrameNumber(comp, key));
+    j.key("key_file").value(comp.GetUnderlay()[size_t(key)]);
+    j.key("data_span").begin_array().value(FrameNumber(comp, data_span.first));
+    j.value(FrameNumber(comp, data_span.last)).end_array();
+    j.key("time_span").begin_array().value(FrameNumber(comp, time_span.first));
+    j.value(FrameNumber(comp, time_span.last)).end_array();
     j.key("mask_box")
         .begin_array()
         .value(box.left)
@@ -317,7 +327,7 @@ std::string TrackJson(const VLComp& comp,
                                   {double(box.left), double(box.bottom)}};
     for (int32_t frame = span.first; frame < span.last; ++frame) {
       const types::affine& t = data->At(frame, key);
-      j.begin_object().key("frame").value(frame).key("transform").begin_array();
+      j.begin_object().key("frame").value(int64_t(frame) + start).key("transform").begin_array();
       for (const double v : {t.xx, t.xy, t.yx, t.yy, t.x, t.y}) j.value(v);
       j.end_array().key("corners").begin_array();
       for (const auto& c : corners) {

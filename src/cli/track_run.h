@@ -63,10 +63,10 @@ TrackOutcome TrackSegments(ProjectSession& session,
                            const InterruptWatch& watch);
 
 // The segment's stored transformations over its data span, in frame order:
-// a line per frame with the frame index and xx xy yx yy x y of the
+// a line per frame with the frame number (index + `start_frame`) and xx xy yx yy x y of the
 // transformation from key-frame coordinates to that frame, each with 17
 // significant digits, separated by single blanks.
-std::string TransformsText(const VLSegment& segment);
+std::string TransformsText(const VLSegment& segment, int32_t start_frame);
 
 // The mask's bounding box on the key frame, in pixel edges: left, top, and
 // right, bottom one past the last set pixel; all zero for an empty mask.
@@ -76,8 +76,8 @@ struct MaskBox {
 MaskBox BoundingBox(const img::bitmap<img::bit1>& mask);
 
 // The result of a run for pipelines, one JSON object: per segment its
-// index, key frame, spans, the mask's bounding box, and per frame of its
-// data span the frame index, xx xy yx yy x y and the box's four corners
+// index, key frame and its file, spans, the mask's bounding box, and per
+// frame of its data span the frame number, xx xy yx yy x y and the box's four corners
 // (top left, top right, bottom right, bottom left) carried into that frame;
 // then the run's new frames, seconds, frames per second and ms per frame,
 // whether it was cancelled, and "error" when a run failed.

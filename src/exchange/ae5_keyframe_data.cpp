@@ -36,13 +36,15 @@ constexpr EffectBlock kEffectBlocks[] = {
 AE5KeyframeData::AE5KeyframeData(std::ostream& out,
                                  int32_t first,
                                  int32_t count,
-                                 int32_t units_per_second,
+                                 double units_per_second,
                                  int32_t width,
                                  int32_t height,
                                  float pixel_aspect)
     : KeyframeStorage(width, height, first, first + count), out_(out) {
   // The ratio stands twice, widened to double, so that it prints as the
   // float's six significant digits ("0.9" for 648/720).
+  // The rate prints as the ratio does: "25" for a whole rate, "29.97" for
+  // 30000/1001.
   const double aspect = pixel_aspect;
   out_ << "Adobe After Effects 5.0 Keyframe Data\n\n\tUnits Per Second\t" << units_per_second
        << "\n\tSource Width\t" << width << "\n\tSource Height\t" << height

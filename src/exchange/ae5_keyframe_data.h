@@ -23,7 +23,7 @@ class AE5KeyframeData : public VL::KeyframeStorage {
   AE5KeyframeData(std::ostream& out,
                   int32_t first,
                   int32_t count,
-                  int32_t units_per_second,
+                  double units_per_second,
                   int32_t width,
                   int32_t height,
                   float pixel_aspect);

@@ -17,9 +17,9 @@ void WriteKeyframeText(std::ostream& out,
   applicator->SetTransformations(record);
 
   const float aspect = float(format.pixel_aspect_num) / float(format.pixel_aspect_den);
-  applicator->Begin(std::make_unique<AE5KeyframeData>(
-      out, record.first, int32_t(record.GetTransforms().size()), int32_t(format.framerate),
-      format.width, format.height, aspect));
+  applicator->Begin(
+      std::make_unique<AE5KeyframeData>(out, record.first, int32_t(record.GetTransforms().size()),
+                                        format.framerate, format.width, format.height, aspect));
   while (applicator->Step()) {
   }
   // Destroying the applicator destroys the storage, which writes the footer.

@@ -15,7 +15,7 @@
 struct FrameFormat {
   int32_t width = 0;  // pixels
   int32_t height = 0;
-  uint32_t framerate = 0;  // frames per second: the text's units per second
+  double framerate = 0;  // frames per second: the text's units per second
   int32_t pixel_aspect_num = 1;
   int32_t pixel_aspect_den = 1;
 };

@@ -31,12 +31,15 @@ void AppendPoint(std::string& out, const types::affine& t, double px, double py)
 
 }  // namespace
 
-std::string MotionJson(const FrameFormat& format, const Transformations& record) {
+std::string MotionJson(const FrameFormat& format,
+                       const Transformations& record,
+                       const std::vector<int64_t>* extrapolated) {
   const double w = format.width, h = format.height;
   std::string out = "{\"first\": " + std::to_string(record.first);
   out += ", \"width\": " + std::to_string(format.width);
   out += ", \"height\": " + std::to_string(format.height);
-  out += ", \"framerate\": " + std::to_string(format.framerate);
+  out += ", \"framerate\": ";
+  AppendNumber(out, format.framerate);
   out += ", \"pixel_aspect\": ";
   AppendNumber(out, double(format.pixel_aspect_num) / double(format.pixel_aspect_den));
   out += ", \"task\": \"";
@@ -63,6 +66,13 @@ std::string MotionJson(const FrameFormat& format, const Transformations& record)
     AppendPoint(out, t, w, h);
     out += "]}";
   }
-  out += "\n]}\n";
+  out += "\n]";
+  if (extrapolated) {
+    out += ", \"extrapolated\": [";
+    for (size_t i = 0; i < extrapolated->size(); ++i)
+      out += (i ? ", " : "") + std::to_string((*extrapolated)[i]);
+    out += "]";
+  }
+  out += "}\n";
   return out;
 }

@@ -14,9 +14,15 @@
 // not finite (a singular matrix under "Compensation") is written as null.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "exchange/keyframe_export.h"
 #include "exchange/transformations.h"
 
-std::string MotionJson(const FrameFormat& format, const Transformations& record);
+// `extrapolated`, when given, adds "extrapolated": [frames...] after "frames":
+// the frames whose motion no tracked result covers.
+std::string MotionJson(const FrameFormat& format,
+                       const Transformations& record,
+                       const std::vector<int64_t>* extrapolated = nullptr);

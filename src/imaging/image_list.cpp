@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include "imaging/multi_io.h"
 
@@ -49,24 +50,74 @@ std::string native_separators(std::string path) {
 
 }  // namespace
 
+namespace {
+
+// The last run of digits in the stem of the name part: [begin, end), or
+// begin == end when the stem has none.
+std::pair<size_t, size_t> frame_digits(const std::string& path) {
+  const size_t start = name_start(path);
+  size_t end = path.rfind('.');
+  if (end == std::string::npos || end < start) end = path.size();
+  size_t last = end;
+  while (last > start && !std::isdigit(static_cast<unsigned char>(path[last - 1]))) --last;
+  size_t first = last;
+  while (first > start && std::isdigit(static_cast<unsigned char>(path[first - 1]))) --first;
+  return {first, last};
+}
+
+}  // namespace
+
+// Only the last run of digits in the stem varies. Treating every digit as a
+// wildcard, as the program once did, mixes versions and takes of a shot
+// (shotA_v002_0000 opened shotA_v001_0000 as its first frame); every other
+// tool of a compositor reads the last run as the frame number and the rest
+// literally, and a sequence has to agree with what they render.
 std::string numbered_pattern(const std::string& file_name) {
   std::string pattern = file_name;
-  for (size_t i = pattern.size(); i-- > 0;) {
-    if (pattern[i] == '/' || pattern[i] == '\\') break;
-    if (std::isdigit(static_cast<unsigned char>(pattern[i]))) pattern[i] = '?';
-  }
+  const auto [first, last] = frame_digits(file_name);
+  for (size_t i = first; i < last; ++i) pattern[i] = '?';
   return pattern;
 }
 
 bool matches_numbered_pattern(const std::string& name, const std::string& pattern) {
   if (name.size() != pattern.size()) return false;
   for (size_t i = 0; i < name.size(); ++i) {
-    if (pattern[i] == '?') continue;
+    if (pattern[i] == '?') {
+      if (!std::isdigit(static_cast<unsigned char>(name[i]))) return false;
+      continue;
+    }
     if (std::tolower(static_cast<unsigned char>(name[i])) !=
         std::tolower(static_cast<unsigned char>(pattern[i])))
       return false;
   }
   return true;
+}
+
+std::optional<uint32_t> frame_number(const std::string& name) {
+  const auto [first, last] = frame_digits(name);
+  if (first == last) return std::nullopt;
+  uint64_t value = 0;
+  for (size_t i = first; i < last; ++i) {
+    value = value * 10 + uint64_t(name[i] - '0');
+    if (value > UINT32_MAX) return std::nullopt;
+  }
+  return uint32_t(value);
+}
+
+std::vector<frame_gap> missing_frames(const std::vector<std::string>& frames) {
+  std::vector<frame_gap> gaps;
+  for (size_t i = 1; i < frames.size(); ++i) {
+    const auto a = frame_number(frames[i - 1]), b = frame_number(frames[i]);
+    if (!a || !b || *b <= *a + 1) continue;
+    // Only neighbours of one series: a list may join shots of other names.
+    const auto [fa, la] = frame_digits(frames[i - 1]);
+    const auto [fb, lb] = frame_digits(frames[i]);
+    if (frames[i - 1].compare(0, fa, frames[i], 0, fb) != 0 ||
+        frames[i - 1].compare(la, std::string::npos, frames[i], lb, std::string::npos) != 0)
+      continue;
+    gaps.push_back({*a + 1, *b - 1});
+  }
+  return gaps;
 }
 
 void read_image_size(const std::string& name, frame_size& size, bool* has_alpha) {
@@ -101,7 +152,11 @@ void expand_numbered_name(const std::string& name,
   std::error_code ec;
   for (fs::directory_iterator it(directory, ec), end; !ec && it != end; it.increment(ec)) {
     std::string bare = it->path().filename().string();
-    if (matches_numbered_pattern(bare, pattern)) hits.push_back(std::move(bare));
+    if (!matches_numbered_pattern(bare, pattern)) continue;
+    // A folder named like a frame is no frame.
+    std::error_code kind;
+    if (it->is_directory(kind)) continue;
+    hits.push_back(std::move(bare));
   }
   if (ec) could_not_read(name);
   std::sort(hits.begin(), hits.end(), byte_less);
@@ -146,19 +201,7 @@ void read_image_list(const std::string& name, std::vector<std::string>& frames, 
 }
 
 uint32_t first_frame_number(const std::string& name) {
-  std::string stem = name.substr(name_start(name));
-  const auto dot = stem.rfind('.');
-  if (dot != std::string::npos) stem.erase(dot);
-  size_t digits = stem.size();
-  while (digits > 0 && std::isdigit(static_cast<unsigned char>(stem[digits - 1]))) --digits;
-  const std::string run = stem.substr(digits);
-  if (run.empty()) return 0;
-  uint64_t value = 0;
-  for (char c : run) {
-    value = value * 10 + uint64_t(c - '0');
-    if (value > UINT32_MAX) return 0;
-  }
-  return uint32_t(value);
+  return frame_number(name).value_or(0);
 }
 
 }  // namespace img

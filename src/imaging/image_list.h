@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <istream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,11 +37,11 @@ void read_ais_list(const std::string& name, std::vector<std::string>& frames, fr
 // CR LF or LF line ends, one quote stripped each side, empty lines dropped.
 std::vector<std::string> parse_ais_list(std::istream& in);
 
-// Every decimal digit of the file name part becomes a one-character wildcard
-// (so shot2_0001.tga also finds shot3_0001.tga); the folder is listed with
-// case-insensitive matching, and the hits are sorted as byte strings. An
-// unpadded series therefore splits by digit count. The named file must be
-// readable. `has_alpha` tells whether the named file has an alpha channel.
+// The files of the named one's folder whose names differ from it only in the
+// last run of digits of the stem, with as many digits (so an unpadded series
+// splits by digit count); folders are passed over, letters compare without
+// regard to case, and the hits are sorted as byte strings. The named file
+// must be readable. `has_alpha` tells whether it has an alpha channel.
 void expand_numbered_name(const std::string& name,
                           std::vector<std::string>& frames,
                           frame_size& size,
@@ -49,15 +50,28 @@ void expand_numbered_name(const std::string& name,
 // Size (and alpha, when asked) of one image through the multi-format reader.
 void read_image_size(const std::string& name, frame_size& size, bool* has_alpha);
 
-// The trailing decimal number of the name's stem; 0 when there is none or it
-// does not fit an unsigned 32-bit number.
+// frame_number, or 0 when the name has none.
 uint32_t first_frame_number(const std::string& name);
 
-// Whether `name` matches `pattern`, where '?' stands for exactly one byte and
-// letters compare without regard to ASCII case. Exposed for tests.
+// Whether `name` matches `pattern`, where '?' stands for exactly one digit
+// and letters compare without regard to ASCII case. Exposed for tests.
 bool matches_numbered_pattern(const std::string& name, const std::string& pattern);
 
-// The file name with every decimal digit of its name part replaced by '?'.
+// The file name with the last run of digits of its stem replaced by '?'.
 std::string numbered_pattern(const std::string& file_name);
+
+// The number in the last run of digits of the name's stem, if it has one
+// that fits an unsigned 32-bit number.
+std::optional<uint32_t> frame_number(const std::string& name);
+
+// Frame numbers absent between neighbours of one series (same name around
+// the number), first to last inclusive, in list order. The list closes up
+// over them: the frame after a gap takes the next index.
+struct frame_gap {
+  uint32_t first = 0;
+  uint32_t last = 0;
+  friend bool operator==(const frame_gap&, const frame_gap&) = default;
+};
+std::vector<frame_gap> missing_frames(const std::vector<std::string>& frames);
 
 }  // namespace img

@@ -13,6 +13,7 @@
 #include "app/model/comp.h"
 #include "app/profile_store.h"
 #include "app_fixtures.h"
+#include "base/errors.h"
 #include "imaging/native_io.h"
 
 namespace {
@@ -229,6 +230,13 @@ TEST(Velomar, ImportMaskAsksAboutEmptyFullAndOtherSizedMasks) {
   ASSERT_EQ(mask.height, 6u);
   EXPECT_EQ(CountSetPixels(mask), 4u);
   for (uint32_t i = 0; i < 4; ++i) EXPECT_TRUE(Bit(mask, i, i)) << i;
+
+  // White only where the cut drops it: refused now rather than at tracking.
+  const std::string outside =
+      WriteMask(f.dir, "outside.bmp", 12, 6, [](auto x, auto) { return x >= 8; });
+  f.dialogs.answer(Answer::Ok);
+  EXPECT_THROW(f.app.ImportMaskFile(outside), xtd::exception);
+  EXPECT_EQ(CountSetPixels(segment.GetMask()), 4u);
 
   // Export writes one bit per pixel and reads back as the same mask.
   f.app.ExportMaskFile(f.dir / "out.bmp");

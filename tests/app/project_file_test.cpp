@@ -26,7 +26,7 @@ struct Project : CompFixture {
     o.SetMatchDirect(11);
     o.SetInitialTransformDirect({1.5, -2, 1, 0.125, 0, 1});
     o.SetAlphaDirect(AlphaInterpretation::InvPremul);
-    app::AssignSetting(comp, "framerate", 24u);
+    app::AssignSetting(comp, "framerate", 24.0);
     app::AssignSetting(comp, "pixel_aspect", PixelAspectRatio{768, 720});
     app::AssignSetting(comp, "export_inaccuracy", 0.25f);
     app::AssignSetting(comp, "task", TaskType::Compensation);
@@ -117,7 +117,7 @@ TEST(ProjectFile, SavedProjectReadsBackEqualAndWritesTheSameText) {
 
 TEST(ProjectFile, DefaultsStayOutAndFileDefaultsDifferFromNewProject) {
   CompFixture f(3);
-  app::AssignSetting(f.comp, "framerate", 30u);
+  app::AssignSetting(f.comp, "framerate", 30.0);
   app::AssignSetting(f.comp, "pixel_aspect", PixelAspectRatio{2, 2});
   const std::string text = app::ProjectFileText(f.comp, f.dir / "p.vlp");
   EXPECT_EQ(
@@ -131,11 +131,47 @@ TEST(ProjectFile, DefaultsStayOutAndFileDefaultsDifferFromNewProject) {
       "  <Overlay AlphaInterpretation=\"Straight\" />\n</Velomar>\n");
   Reader r;
   app::LoadProjectText(r.comp, f.dir / "p.vlp", text, r.dialogs);
-  EXPECT_EQ(r.comp.GetFramerate(), 30u);  // a new project has 50
+  EXPECT_EQ(r.comp.GetFramerate(), 30.0);  // a new project has 50
   app::AssignSetting(f.comp, "pixel_aspect", PixelAspectRatio{768, 720});
   EXPECT_NE(app::ProjectFileText(f.comp, f.dir / "p.vlp")
                 .find("<PixelAspectRatio num=\"768\" den=\"720\" />"),
             std::string::npos);
+}
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to);
+
+// Fractional rates go into the file as written and come back equal; whole
+// rates are written as they always were, and the fraction a container needs
+// is the exact NTSC one.
+TEST(ProjectFile, FractionalRatesRoundTripAndWholeRatesStayWhole) {
+  const struct {
+    double rate;
+    const char* attribute;
+    app::RateFraction fraction;
+  } cases[] = {
+      {25.0, "Framerate=\"25\"", {25, 1}},
+      {29.97, "Framerate=\"29.97\"", {30000, 1001}},
+      {23.976, "Framerate=\"23.976\"", {24000, 1001}},
+      {59.94, "Framerate=\"59.94\"", {60000, 1001}},
+      {12.5, "Framerate=\"12.5\"", {25, 2}},
+  };
+  for (const auto& c : cases) {
+    CompFixture f(3);
+    app::AssignSetting(f.comp, "framerate", c.rate);
+    const std::string text = app::ProjectFileText(f.comp, f.dir / "p.vlp");
+    EXPECT_NE(text.find(c.attribute), std::string::npos) << c.rate;
+    Reader r;
+    app::LoadProjectText(r.comp, f.dir / "p.vlp", text, r.dialogs);
+    EXPECT_NEAR(r.comp.GetFramerate(), c.rate, 1e-4);
+    EXPECT_EQ(app::FramerateFraction(c.rate), c.fraction) << c.rate;
+  }
+  // Older files hold whole numbers only; a zero rate never divides.
+  CompFixture f(3);
+  const std::string text = app::ProjectFileText(f.comp, f.dir / "p.vlp");
+  Reader r;
+  app::LoadProjectText(r.comp, f.dir / "p.vlp",
+                       Replaced(text, "<Velomar ", "<Velomar Framerate=\"0\" "), r.dialogs);
+  EXPECT_EQ(r.comp.GetFramerate(), 1.0);
 }
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {

@@ -53,7 +53,7 @@ TEST_F(CliOnDemoShot, SequenceListsTheFramesInOrder) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "{\"frames\": [\"" + Frame(0) + "\", \"" + Frame(1) + "\", \"" + Frame(2) +
                        "\"], \"first_frame_number\": 0, \"width\": 1280, \"height\": 720, "
-                       "\"pixel_aspect\": [1, 1]}\n");
+                       "\"pixel_aspect\": [1, 1], \"gaps\": []}\n");
   const Result text = Cli(work_, {"sequence", Frame(0)});
   EXPECT_THAT(text.out,
               StartsWith("3 frames, first frame number 0, 1280 x 720, pixel aspect 1/1\n"));

@@ -35,7 +35,9 @@ std::string Image(const TempDir& dir, const std::string& name, uint32_t w, uint3
 // segment over frames 1..4 keyed at 2 moving 2 pixels right a frame, and a
 // still overlay matched at 2 and placed 1 right, 0.5 down. The project's
 // own export settings (Rigid, 3 pixels) are what the options override.
-std::string WriteProject(const TempDir& dir, bool motion) {
+// `forward` results from the key frame on: fewer than 3 leave frames of the
+// time span untracked.
+std::string WriteProject(const TempDir& dir, bool motion, int forward = 3) {
   app::OperationStack operations;
   VLComp comp(operations);
   comp.LoadSequence(std::vector<std::string>(5, Image(dir, "u.bmp", 8, 6)), 25, {10, 11}, 0);
@@ -46,7 +48,7 @@ std::string WriteProject(const TempDir& dir, bool motion) {
     VLSegment& s = comp.GetSegmentObject(0);
     s.SetTimeSpanDirect(1, 5);
     auto data = std::make_shared<VLSegmentData>();
-    for (int f = 2; f < 5; ++f)
+    for (int f = 2; f < 2 + forward; ++f)
       data->Append(VLSegmentData::Direction::Forward, types::affine::translation(2.0 * (f - 2), 0));
     data->Append(VLSegmentData::Direction::Backward, types::affine::translation(-2.0, 0));
     s.ReplaceData(data);
@@ -54,7 +56,8 @@ std::string WriteProject(const TempDir& dir, bool motion) {
   comp.SetCurrentTime(2);
   comp.GetOverlay().GetInterface().Import({Image(dir, "o.bmp", 4, 4)});
   comp.GetOverlay().SetInitialTransformDirect(types::affine::translation(1, 0.5));
-  const std::string path = dir / (motion ? "shot.vlp" : "still.vlp");
+  const std::string path =
+      dir / (motion ? "shot" + std::to_string(forward) + ".vlp" : std::string("still.vlp"));
   app::SaveProjectFile(comp, path);
   return path;
 }
@@ -78,6 +81,8 @@ TEST(CliExport, OverridesApplyToOneExportAndFailuresWriteNothing) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(r.out, StartsWith("{\"first\": 1, \"width\": 8, \"height\": 6, \"framerate\": 25"));
   EXPECT_THAT(r.out, HasSubstr("{\"frame\": 1, \"matrix\": [1, 0, 0, 1, -1, 0.5]"));
+  EXPECT_THAT(r.out, HasSubstr("\"extrapolated\": []}"));
+  EXPECT_EQ(r.err, "");
 
   r = Cli(dir, {"export", WriteProject(dir, false), "-o", dir / "none.txt"});
   EXPECT_EQ(r.status, 1);
@@ -89,6 +94,29 @@ TEST(CliExport, OverridesApplyToOneExportAndFailuresWriteNothing) {
   r = Cli(dir, {"export", project, "-o", dir / "missing/motion.txt"});
   EXPECT_EQ(r.status, 1);
   EXPECT_THAT(r.err, StartsWith("Error while exporting transformations:\nSystem error: "));
+}
+
+// A run that stopped early still exports every frame of the span, and says
+// which of them are guesses.
+TEST(CliExport, NamesTheFramesItExtrapolated) {
+  TempDir dir;
+  const struct {
+    int forward;
+    std::string frames, listed;
+  } cases[] = {{2, "4", "[4]"}, {1, "3-4", "[3, 4]"}};
+  for (const auto& c : cases) {
+    const std::string project = WriteProject(dir, true, c.forward);
+    for (const bool json : {false, true}) {
+      std::vector<std::string> args = {"export", project, "-o", dir / "keys.txt"};
+      if (json) args.push_back("--json");
+      const Result r = Cli(dir, args);
+      ASSERT_EQ(r.status, 0) << r.err;
+      EXPECT_THAT(r.err, HasSubstr("frames " + c.frames + " were not tracked"));
+      if (json) {
+        EXPECT_THAT(Slurp(dir / "keys.txt"), HasSubstr("\"extrapolated\": " + c.listed));
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -98,8 +98,8 @@ TEST(LinkCli, HostSendsFootageAndFetchesTheTrackedMotion) {
   ASSERT_EQ(r.status, 0) << r.err;
   ASSERT_TRUE(WaitForFile(project, "logo.bmp"));
 
-  r = Cli(dir,
-          {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span", "0:6"});
+  r = Cli(dir, {"segment", "add", project, "--key", "12", "--mask", dir / "mask.bmp", "--span",
+                "10:16"});
   ASSERT_EQ(r.status, 0) << r.err;
   r = Cli(dir, {"track", project});
   ASSERT_EQ(r.status, 0) << r.err;

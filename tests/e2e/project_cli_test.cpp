@@ -40,30 +40,37 @@ TEST(ProjectCli, NewSegmentInfoMoveRemove) {
   Result r = Cli(dir, {"new", dir / "f_0012.bmp", "-o", project, "--rate", "25"});
   ASSERT_EQ(r.status, 0) << r.err;
 
-  // Frame indices count from 0 whatever the start frame (10 here).
-  r = Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp", "--span",
-                "1:4", "--param", "ImageBlockSize=4"});
+  // Frames are numbered as their files: f_0010.bmp is frame 10.
+  r = Cli(dir, {"segment", "add", project, "--key", "12", "--mask", dir / "mask.bmp", "--span",
+                "11:14", "--param", "ImageBlockSize=4"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "0\n");
-  r = Cli(dir, {"segment", "add", project, "--key", "4", "--mask", dir / "mask.bmp"});
+  EXPECT_EQ(r.err, "segment 0: key frame 12 is " + (dir / "f_0012.bmp") + ", time span 11:14\n");
+  r = Cli(dir, {"segment", "add", project, "--key", "14", "--mask", dir / "mask.bmp", "--json"});
   ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "{\"segment\": 0, \"key_frame\": 14, \"key_file\": " +
+                       ("\"" + (dir / "f_0014.bmp") + "\"") + ", \"time_span\": [10, 15]}\n");
 
   r = Cli(dir, {"info", "--json", project});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_THAT(r.out, StartsWith("{\"length\": 5, \"width\": 16, \"height\": 8, \"framerate\": 25, "
-                                "\"pixel_aspect\": [1, 1], \"start_frame\": 10, "));
-  EXPECT_THAT(r.out, HasSubstr("\"segments\": [{\"origin\": 4, "));
-  EXPECT_THAT(r.out, HasSubstr("{\"origin\": 2, \"time_span\": [1, 4], "));
+  EXPECT_THAT(r.out, StartsWith("{\"length\": 5, \"frames\": [10, 15], \"width\": 16, "
+                                "\"height\": 8, \"framerate\": 25, \"pixel_aspect\": [1, 1], "
+                                "\"start_frame\": 10, "));
+  EXPECT_THAT(r.out, HasSubstr("\"work_area\": [10, 15], \"gaps\": [], \"current_time\": 14"));
+  EXPECT_THAT(r.out, HasSubstr("\"segments\": [{\"origin\": 14, "));
+  EXPECT_THAT(r.out, HasSubstr("{\"origin\": 12, \"key_file\": \"" + (dir / "f_0012.bmp") +
+                               "\", \"time_span\": [11, 14], "));
   EXPECT_THAT(r.out, HasSubstr("\"ImageBlockSize\": 4"));
   EXPECT_THAT(r.out, HasSubstr("\"mask\": {\"width\": 16, \"height\": 8, \"set_pixels\": 64}"));
   EXPECT_THAT(r.out, HasSubstr("\"overlay\": {\"frames\": 0, \"still\": false"));
 
   ASSERT_EQ(Cli(dir, {"segment", "move", project, "0", "1"}).status, 0);
   EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
-              HasSubstr("\"segments\": [{\"origin\": 2, "));
+              HasSubstr("\"segments\": [{\"origin\": 12, "));
   ASSERT_EQ(Cli(dir, {"segment", "remove", project, "0"}).status, 0);
   r = Cli(dir, {"info", project});
-  EXPECT_THAT(r.out, HasSubstr("segment 0 (active): key frame 4,"));
+  EXPECT_THAT(r.out, HasSubstr("5 frames (10 to 14)"));
+  EXPECT_THAT(r.out, HasSubstr("segment 0 (active): key frame 14 (f_0014.bmp), time span 10:15,"));
   EXPECT_THAT(r.out, ::testing::Not(HasSubstr("segment 1")));
 }
 
@@ -75,20 +82,21 @@ TEST(ProjectCli, MaskQuestionsNeedYesAndFailuresWriteNothing) {
   const std::string before = Slurp(project);
 
   Result r =
-      Cli(dir, {"segment", "add", "--json", project, "--key", "0", "--mask", dir / "mask.bmp"});
+      Cli(dir, {"segment", "add", "--json", project, "--key", "10", "--mask", dir / "mask.bmp"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "Error while importing mask:\nDimensions of the bitmap (" + (dir / "mask.bmp") +
-                       ") differ from composition dimensions.\nProceed?.\n");
+                       ") differ from composition dimensions.\nProceed?\n"
+                       "Answered no: give --yes to answer yes.\n");
   EXPECT_THAT(r.out, StartsWith("{\"error\": \"Dimensions of the bitmap"));
   EXPECT_EQ(Slurp(project), before);
 
-  // 10 is the start frame's number, but as an index it is past the last frame.
-  r = Cli(dir, {"segment", "add", project, "--key", "10", "--mask", dir / "mask.bmp", "--yes"});
+  // An index from 0 given where the frame number is meant.
+  r = Cli(dir, {"segment", "add", project, "--key", "0", "--mask", dir / "mask.bmp", "--yes"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_THAT(r.err, HasSubstr("frame 10 is outside the composition (0 to 4)"));
+  EXPECT_THAT(r.err, HasSubstr("frame 0 is outside the composition, whose frames are 10 to 14"));
   EXPECT_EQ(Slurp(project), before);
 
-  r = Cli(dir, {"segment", "add", project, "--key", "0", "--mask", dir / "mask.bmp", "--yes"});
+  r = Cli(dir, {"segment", "add", project, "--key", "10", "--mask", dir / "mask.bmp", "--yes"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
               HasSubstr("\"mask\": {\"width\": 16, \"height\": 8, \"set_pixels\": 64}"));
@@ -156,8 +164,11 @@ TEST(ProjectCli, SetChangesEachSettingWithTheSettersClamps) {
   const SetCase cases[] = {
       {{"framerate=30"}, "\"framerate\": 30,"},
       {{"framerate=0"}, "\"framerate\": 1,"},
-      {{"start_frame=-7"}, "\"start_frame\": -7,"},
-      {{"work_area=1:3"}, "\"work_area\": [1, 3],"},
+      {{"framerate=29.97"}, "\"framerate\": 29.97,"},
+      // Frames are taken and shown in the project's numbering.
+      {{"start_frame=-7", "work_area=-6:-4"}, "\"start_frame\": -7, \"export_inaccuracy\""},
+      {{"start_frame=100"}, "\"work_area\": [101, 103],"},
+      {{"start_frame=0", "work_area=1:3"}, "\"work_area\": [1, 3],"},
       {{"work_area=3:99"}, "\"work_area\": [3, 5],"},
       {{"task=Compensation"}, "\"task\": \"Compensation\","},
       {{"export_model=CornerPin"}, "\"export_model\": \"CornerPin\","},
@@ -200,8 +211,9 @@ TEST(ProjectCli, SetRejectsBadKeysAndValuesAndWritesNothing) {
   } cases[] = {
       {{"set", project, "speed=3"}, "unknown setting 'speed'"},
       {{"set", project, "framerate"}, "'framerate' is no KEY=VALUE"},
-      {{"set", project, "framerate="}, "framerate needs a whole number, not ''"},
-      {{"set", project, "framerate=-1"}, "framerate needs a whole number, not '-1'"},
+      {{"set", project, "framerate="},
+       "framerate needs frames per second (25, 29.97, ...), not ''"},
+      {{"set", project, "framerate=fast"}, "framerate needs frames per second"},
       {{"set", project, "start_frame=1.5"}, "start_frame needs a whole number"},
       {{"set", project, "work_area=3"}, "work_area needs FIRST:LAST"},
       {{"set", project, "pixel_aspect=0/1"}, "pixel_aspect needs NUM/DEN"},
@@ -234,7 +246,7 @@ TEST(ProjectCli, ExistingProjectsAndListsAreCheckedAndMovedFootageRelinks) {
   WriteShot(dir, 16);
   const std::string project = dir / "p.vlp";
   ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
-  ASSERT_EQ(Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp"}).status,
+  ASSERT_EQ(Cli(dir, {"segment", "add", project, "--key", "12", "--mask", dir / "mask.bmp"}).status,
             0);
   const std::string before = Slurp(project);
   std::ofstream(dir / "list.ais") << dir / "f_0010.bmp"
@@ -280,7 +292,7 @@ TEST(ProjectCli, ExistingProjectsAndListsAreCheckedAndMovedFootageRelinks) {
   EXPECT_EQ(r.out, "footage: 5 frames in " + dir / "moved" + "\n");
   r = Cli(dir, {"info", project});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_THAT(r.out, HasSubstr("segment 0 (active): key frame 2,"));
+  EXPECT_THAT(r.out, HasSubstr("segment 0 (active): key frame 12 (f_0012.bmp),"));
   ASSERT_EQ(Cli(dir, {"new", "--force", dir / "moved/f_0010.bmp", "-o", project}).status, 0);
   EXPECT_THAT(Cli(dir, {"info", project}).out, ::testing::Not(HasSubstr("segment 0")));
 }

@@ -39,6 +39,11 @@ img::synthetic_shot SmallShot(int32_t frames, int32_t key) {
   return s;
 }
 
+// The number the user sees for a frame index, as command-line text.
+std::string N(int32_t index) {
+  return std::to_string(index + 10);
+}
+
 std::string FrameName(const TempDir& dir, int32_t index) {
   char name[32];
   std::snprintf(name, sizeof name, "f_%04d.bmp", index + 10);
@@ -87,7 +92,8 @@ std::vector<Line> ReadTransforms(const std::string& text) {
       std::snprintf(again, sizeof again, "%.17g", v[i]);
       EXPECT_EQ(fields[i + 1], again) << line;
     }
-    Line l{std::stoi(fields[0]), {}};
+    // Lines give frame numbers; the shot knows frames by index.
+    Line l{std::stoi(fields[0]) - 10, {}};
     l.t.xx = v[0];
     l.t.xy = v[1];
     l.t.yx = v[2];
@@ -116,8 +122,8 @@ std::string NewProject(const TempDir& dir, const std::string& span, int32_t key 
   const std::string project = dir / "p.vlp";
   Result r = Cli(dir, {"new", "--force", FrameName(dir, 0), "-o", project});
   EXPECT_EQ(r.status, 0) << r.err;
-  r = Cli(dir, {"segment", "add", project, "--key", std::to_string(key), "--mask", dir / "mask.bmp",
-                "--span", span});
+  r = Cli(dir,
+          {"segment", "add", project, "--key", N(key), "--mask", dir / "mask.bmp", "--span", span});
   EXPECT_EQ(r.status, 0) << r.err;
   return project;
 }
@@ -127,10 +133,11 @@ TEST(TrackCli, OneOffShotTracksBothWaysAndWritesItsResults) {
   const img::synthetic_shot shot = SmallShot(13, 6);
   WriteShot(dir, shot);
   const Result r = Cli(dir, {"track", "--sequence", FrameName(dir, 4), "--mask", dir / "mask.bmp",
-                             "--key", "6", "--span", "2:11", "-o", dir / "p.vlp", "--transforms",
+                             "--key", N(6), "--span", "12:21", "-o", dir / "p.vlp", "--transforms",
                              dir / "t.txt", "--debug-dir", dir / "debug"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 2:11, time span 2:11\n"));
+  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 12:21, time span 12:21\n"));
+  EXPECT_THAT(r.err, HasSubstr("segment 0: key frame 16 is " + FrameName(dir, 6) + "\n"));
   // Both directions run at once on two cores; the status then says forward.
   EXPECT_THAT(r.err, HasSubstr("forward"));
 
@@ -146,7 +153,7 @@ TEST(TrackCli, OneOffShotTracksBothWaysAndWritesItsResults) {
   EXPECT_LT(CornerError(shot, lines[4]), 1e-6);
 
   EXPECT_THAT(Cli(dir, {"info", "--json", dir / "p.vlp"}).out,
-              HasSubstr("\"time_span\": [2, 11], \"data_span\": [2, 11]"));
+              HasSubstr("\"time_span\": [12, 21], \"data_span\": [12, 21]"));
   EXPECT_THAT(Slurp(dir / "debug/Discrepancy.txt"),
               ::testing::StartsWith("Frame\tsqr(Discr)\tStrange\n" + FrameName(dir, 5) + "\t"));
   EXPECT_TRUE(std::filesystem::exists(dir / "debug/Velomar.log"));
@@ -157,13 +164,15 @@ TEST(TrackCli, JsonHasEveryFrameWithItsCornersAndTheSpeed) {
   const img::synthetic_shot shot = SmallShot(13, 6);
   WriteShot(dir, shot);
   const Result r =
-      Cli(dir, {"track", "--sequence", FrameName(dir, 4), "--mask", dir / "mask.bmp", "--key", "6",
-                "--span", "5:8", "--transforms", dir / "t.txt", "--json"});
+      Cli(dir, {"track", "--sequence", FrameName(dir, 4), "--mask", dir / "mask.bmp", "--key", N(6),
+                "--span", "15:18", "--transforms", dir / "t.txt", "--json"});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::vector<Line> lines = ReadTransforms(Slurp(dir / "t.txt"));
   ASSERT_EQ(lines.size(), 3u);
-  EXPECT_THAT(r.out, ::testing::StartsWith("{\"segments\": [{\"index\": 0, \"key_frame\": 6, "
-                                           "\"data_span\": [5, 8], \"time_span\": [5, 8], "
+  EXPECT_THAT(r.out, ::testing::StartsWith("{\"segments\": [{\"index\": 0, \"key_frame\": 16, "
+                                           "\"key_file\": \"" +
+                                           FrameName(dir, 6) +
+                                           "\", \"data_span\": [15, 18], \"time_span\": [15, 18], "
                                            "\"mask_box\": ["));
   // The first corner of frame 7 is the box's top left carried by its numbers.
   const size_t box = r.out.find("\"mask_box\": [") + 13;
@@ -171,7 +180,7 @@ TEST(TrackCli, JsonHasEveryFrameWithItsCornersAndTheSpeed) {
   ASSERT_EQ(std::sscanf(r.out.c_str() + box, "%lf, %lf", &left, &top), 2);
   double x, y;
   lines[2].t.apply(left, top, x, y);
-  const size_t corners = r.out.find("\"corners\": [[", r.out.find("\"frame\": 7")) + 13;
+  const size_t corners = r.out.find("\"corners\": [[", r.out.find("\"frame\": 17")) + 13;
   double cx, cy;
   ASSERT_EQ(std::sscanf(r.out.c_str() + corners, "%lf, %lf", &cx, &cy), 2);
   EXPECT_NEAR(cx, x, 1e-9);
@@ -183,7 +192,7 @@ TEST(TrackCli, JsonHasEveryFrameWithItsCornersAndTheSpeed) {
 TEST(TrackCli, WiderSpanResumesAndOnlyAddsFrames) {
   TempDir dir;
   WriteShot(dir, SmallShot(13, 6));
-  const std::string project = NewProject(dir, "4:9");
+  const std::string project = NewProject(dir, "14:19");
   Result r = Cli(dir, {"track", project});
   ASSERT_EQ(r.status, 0) << r.err;
   // The saved results, as a later run reads them back.
@@ -192,9 +201,9 @@ TEST(TrackCli, WiderSpanResumesAndOnlyAddsFrames) {
   EXPECT_THAT(r.err, HasSubstr("segment 0: nothing left to track"));
   EXPECT_THAT(r.out, HasSubstr("0 new frames"));
 
-  r = Cli(dir, {"track", project, "--span", "1:12", "--transforms", dir / "wide.txt"});
+  r = Cli(dir, {"track", project, "--span", "11:22", "--transforms", dir / "wide.txt"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 1:12, time span 1:12\n6 new frames"));
+  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 11:22, time span 11:22\n6 new frames"));
   const std::string kept = Slurp(dir / "kept.txt"), wide = Slurp(dir / "wide.txt");
   ASSERT_EQ(ReadTransforms(kept).size(), 5u);
   ASSERT_EQ(ReadTransforms(wide).size(), 11u);
@@ -207,19 +216,19 @@ TEST(TrackCli, WiderSpanResumesAndOnlyAddsFrames) {
 TEST(TrackCli, AllTracksEverySegmentAndDefaultIsTheActiveOne) {
   TempDir dir;
   WriteShot(dir, SmallShot(13, 6));
-  const std::string project = NewProject(dir, "5:8");
-  ASSERT_EQ(Cli(dir, {"segment", "add", project, "--key", "6", "--mask", dir / "mask.bmp", "--span",
-                      "6:8"})
+  const std::string project = NewProject(dir, "15:18");
+  ASSERT_EQ(Cli(dir, {"segment", "add", project, "--key", N(6), "--mask", dir / "mask.bmp",
+                      "--span", "16:18"})
                 .status,
             0);
   // The new segment (index 0) is the active one.
   Result r = Cli(dir, {"track", project});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "segment 0: data span 6:8, time span 6:8");
+  EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "segment 0: data span 16:18, time span 16:18");
   r = Cli(dir, {"track", project, "--all"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(r.err, HasSubstr("segment 0: nothing left to track"));
-  EXPECT_THAT(r.out, HasSubstr("segment 1: data span 5:8, time span 5:8\n"));
+  EXPECT_THAT(r.out, HasSubstr("segment 1: data span 15:18, time span 15:18\n"));
 }
 
 // Ctrl-C, SIGTERM (timeout, batch schedulers) and SIGHUP stop the run as
@@ -228,11 +237,11 @@ TEST(TrackCli, AllTracksEverySegmentAndDefaultIsTheActiveOne) {
 TEST(TrackCli, SignalsKeepTheFramesAndTheNextRunResumesExactly) {
   TempDir dir;
   WriteShot(dir, SmallShot(30, 1));
-  Result r = Cli(dir, {"track", NewProject(dir, "0:30", 1), "--transforms", dir / "whole.txt"});
+  Result r = Cli(dir, {"track", NewProject(dir, "10:40", 1), "--transforms", dir / "whole.txt"});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string one_go = Slurp(dir / "whole.txt");
   for (const auto& [signal, status] : {std::pair{SIGINT, 130}, {SIGTERM, 143}, {SIGHUP, 129}}) {
-    const std::string project = NewProject(dir, "0:30", 1);
+    const std::string project = NewProject(dir, "10:40", 1);
     {
       e2e::Running run(dir, {"track", project});
       // Backward is one frame; the signal lands early in the long forward part.
@@ -257,13 +266,13 @@ TEST(TrackCli, SignalsKeepTheFramesAndTheNextRunResumesExactly) {
 TEST(TrackCli, WideningAfterAnyStopEqualsOneRun) {
   TempDir dir;
   WriteShot(dir, SmallShot(13, 6));
-  Result r = Cli(dir, {"track", NewProject(dir, "0:13"), "--transforms", dir / "whole.txt"});
+  Result r = Cli(dir, {"track", NewProject(dir, "10:23"), "--transforms", dir / "whole.txt"});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string one_go = Slurp(dir / "whole.txt");
-  for (const char* first : {"6:8", "4:7", "1:12", "5:13"}) {
+  for (const char* first : {"16:18", "14:17", "11:22", "15:23"}) {
     const std::string project = NewProject(dir, first);
     ASSERT_EQ(Cli(dir, {"track", project}).status, 0) << first;
-    r = Cli(dir, {"track", project, "--span", "0:13", "--transforms", dir / "t.txt"});
+    r = Cli(dir, {"track", project, "--span", "10:23", "--transforms", dir / "t.txt"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(Slurp(dir / "t.txt"), one_go) << "first span " << first;
   }
@@ -275,13 +284,13 @@ TEST(TrackCli, WideningAfterAnyStopEqualsOneRun) {
 TEST(TrackCli, OutputsAreCheckedFirstAndAFailedSaveKeepsTheResults) {
   TempDir dir;
   WriteShot(dir, SmallShot(30, 1));
-  const std::string project = NewProject(dir, "0:30", 1), mask = dir / "mask.bmp";
+  const std::string project = NewProject(dir, "10:40", 1), mask = dir / "mask.bmp";
   const struct {
     std::vector<std::string> args;
     std::string target;
   } cases[] = {
       {{"track", project, "--transforms", dir / "missing/t.txt"}, dir / "missing/t.txt"},
-      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1", "-o",
+      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", N(1), "-o",
         dir / "mask.bmp/q.vlp"},
        dir / "mask.bmp/q.vlp"},
   };
@@ -291,14 +300,14 @@ TEST(TrackCli, OutputsAreCheckedFirstAndAFailedSaveKeepsTheResults) {
     EXPECT_THAT(r.err, HasSubstr("\nas a result of writing " + c.target + ".\n"));
     EXPECT_EQ(r.out, "") << c.target;
   }
-  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"data_span\": [1, 2]"));
+  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"data_span\": [11, 12]"));
 
   std::filesystem::create_directory(dir / "sub");
   setenv("XDG_STATE_HOME", (dir / "state").c_str(), 1);
   Result r;
   {
-    e2e::Running run(dir, {"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1",
-                           "--span", "0:30", "-o", dir / "sub/q.vlp"});
+    e2e::Running run(dir, {"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", N(1),
+                           "--span", "10:40", "-o", dir / "sub/q.vlp"});
     ASSERT_TRUE(run.WaitForError("forward", std::chrono::seconds(60)));
     std::filesystem::rename(dir / "sub", dir / "gone");
     run.Signal(SIGTERM);
@@ -316,28 +325,28 @@ TEST(TrackCli, OutputsAreCheckedFirstAndAFailedSaveKeepsTheResults) {
   // The kept file is the project: it opens, and tracking goes on from it.
   r = Cli(dir, {"track", kept});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 0:30, time span 0:30\n"));
+  EXPECT_THAT(r.out, HasSubstr("segment 0: data span 10:40, time span 10:40\n"));
 }
 
 TEST(TrackCli, UnreadableFrameFailsAfterSavingWhatWasTracked) {
   TempDir dir;
   WriteShot(dir, SmallShot(13, 6));
-  const std::string project = NewProject(dir, "2:11");
+  const std::string project = NewProject(dir, "12:21");
   testing_support::WriteFile(FrameName(dir, 9), std::string_view("not an image"));
   const Result r = Cli(dir, {"track", project, "--transforms", dir / "t.txt"});
   EXPECT_EQ(r.status, 1);
   EXPECT_THAT(r.err, HasSubstr("Error while tracking:\n"));
   EXPECT_THAT(r.err, HasSubstr("image file format not recognised: " + FrameName(dir, 9)));
-  EXPECT_THAT(r.err, HasSubstr(" (segment 0, tracking forward; data span 2:9 kept).\n"));
+  EXPECT_THAT(r.err, HasSubstr(" (segment 0, tracking forward; data span 12:19 kept).\n"));
   EXPECT_THAT(Cli(dir, {"info", "--json", project}).out,
-              HasSubstr("\"time_span\": [2, 11], \"data_span\": [2, 9]"));
+              HasSubstr("\"time_span\": [12, 21], \"data_span\": [12, 19]"));
   EXPECT_EQ(ReadTransforms(Slurp(dir / "t.txt")).size(), 7u);
 }
 
 TEST(TrackCli, RefusesWhatItCannotDo) {
   TempDir dir;
   WriteShot(dir, SmallShot(3, 1));
-  const std::string project = NewProject(dir, "0:3", 1);
+  const std::string project = NewProject(dir, "10:13", 1);
   const std::string mask = dir / "mask.bmp";
   struct Case {
     std::vector<std::string> args;
@@ -346,12 +355,13 @@ TEST(TrackCli, RefusesWhatItCannotDo) {
       {{"track", project, "--all", "--transforms", dir / "t.txt"},
        "--transforms writes one segment's results"},
       {{"track", project, "--segment", "1"}, "no segment 1: the project has 1"},
-      {{"track", project, "--span", "2:3"}, "must hold the key frame 1"},
-      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1"},
+      {{"track", project, "--span", "12:13"}, "must hold the key frame 11"},
+      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "11"},
        "needs -o PROJECT.vlp or --transforms FILE"},
-      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "7", "-o",
+      // An index from 0 where the number is meant.
+      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1", "-o",
         dir / "q.vlp"},
-       "frame 7 is outside the composition (0 to 2)"},
+       "frame 1 is outside the composition, whose frames are 10 to 12"},
   };
   for (const auto& c : cases) {
     const Result r = Cli(dir, c.args);
@@ -359,7 +369,7 @@ TEST(TrackCli, RefusesWhatItCannotDo) {
     EXPECT_THAT(r.err, HasSubstr(c.says));
   }
   EXPECT_FALSE(std::filesystem::exists(dir / "q.vlp"));
-  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"data_span\": [1, 2]"));
+  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"data_span\": [11, 12]"));
 }
 
 }  // namespace

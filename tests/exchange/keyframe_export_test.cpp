@@ -102,6 +102,13 @@ TEST(WriteKeyframeText, OneFrameIsByteExactUnderEveryModel) {
   EXPECT_THAT(Text({720, 576, 25, 768, 720}, OneFrame(ExportModel::Translation)),
               ::testing::HasSubstr("\tSource Pixel Aspect Ratio\t1.06667\n"
                                    "\tComp Pixel Aspect Ratio\t1.06667\n"));
+  // NTSC rates as the host names them; whole ones unchanged.
+  for (const auto& [rate, text] : {std::pair{30000.0 / 1001.0, "\tUnits Per Second\t29.97\n"},
+                                   std::pair{24000.0 / 1001.0, "\tUnits Per Second\t23.976\n"},
+                                   std::pair{59.94, "\tUnits Per Second\t59.94\n"},
+                                   std::pair{25.0, "\tUnits Per Second\t25\n"}})
+    EXPECT_THAT(Text({720, 576, rate, 1, 1}, OneFrame(ExportModel::Translation)),
+                ::testing::HasSubstr(text));
 }
 
 TEST(WriteKeyframeText, NothingToExportOrUnknownModelThrowsBeforeWriting) {

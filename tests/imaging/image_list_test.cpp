@@ -39,37 +39,52 @@ std::string Failure(const std::string& name) {
   return "no failure";
 }
 
-TEST(NumberedName, EveryDigitOfTheNameButNoneOfTheFolderBecomesAWildcard) {
-  EXPECT_EQ(img::numbered_pattern("take2/shot2_0001.tga"), "take2/shot?_????.tga");
-  EXPECT_EQ(img::numbered_pattern("c:\\r5\\a9.mp4"), "c:\\r5\\a?.mp?");
+TEST(NumberedName, OnlyTheLastRunOfDigitsInTheStemVaries) {
+  EXPECT_EQ(img::numbered_pattern("take2/shotA_v002_0001.tga"), "take2/shotA_v002_????.tga");
+  EXPECT_EQ(img::numbered_pattern("c:\\r5\\a9.mp4"), "c:\\r5\\a?.mp4");
+  EXPECT_EQ(img::numbered_pattern("s_0007_final.exr"), "s_????_final.exr");
   EXPECT_EQ(img::numbered_pattern("plain.bmp"), "plain.bmp");
-  EXPECT_TRUE(img::matches_numbered_pattern("SHOT3_0001.TGA", "shot?_????.tga"));
-  EXPECT_TRUE(img::matches_numbered_pattern("shotX_abcd.tga", "shot?_????.tga"));
-  EXPECT_FALSE(img::matches_numbered_pattern("shot3_00001.tga", "shot?_????.tga"));
-  EXPECT_FALSE(img::matches_numbered_pattern("shot3_0001.tgb", "shot?_????.tga"));
+  EXPECT_TRUE(img::matches_numbered_pattern("SHOT_0001.TGA", "shot_????.tga"));
+  EXPECT_FALSE(img::matches_numbered_pattern("shot_abcd.tga", "shot_????.tga"));
+  EXPECT_FALSE(img::matches_numbered_pattern("shot_00001.tga", "shot_????.tga"));
   const std::pair<const char*, uint32_t> numbers[] = {
-      {"/a/b7/shot_0042.tga", 42}, {"shot.tga", 0},           {"x12.y.tga", 0},
-      {"c:\\f\\x0007", 7},         {"big99999999999.tga", 0}, {"max4294967295.tga", 4294967295u}};
+      {"/a/b7/shot_0042.tga", 42}, {"shot.tga", 0},           {"x12.y.tga", 12},
+      {"c:\\f\\x0007", 7},         {"big99999999999.tga", 0}, {"max4294967295.tga", 4294967295u},
+      {"s_0007_final.exr", 7}};
   for (const auto& [name, number] : numbers)
     EXPECT_EQ(img::first_frame_number(name), number) << name;
 }
 
-TEST(ExpandNumberedName, FindsEveryFittingNameAndSortsAsByteStrings) {
+TEST(ExpandNumberedName, KeepsVersionsApartAndPassesFoldersOver) {
   TempDir dir;
-  for (const char* n : {"shot2_0002.bmp", "shot2_0001.bmp", "shot3_0001.bmp", "Shot2_0003.bmp",
-                        "shot2_01.bmp", "other_0001.bmp"})
+  for (const char* n : {"shotA_v002_0002.bmp", "shotA_v002_0001.bmp", "shotA_v001_0000.bmp",
+                        "ShotA_v002_0003.bmp", "shotA_v002_01.bmp", "shotB_v002_0001.bmp"})
     WriteImage(dir / n, 4, 3);
-  // Nothing filters the hits: a folder with a fitting name is a frame too.
-  fs::create_directory(dir.path() / "shot9_9999.bmp");
+  fs::create_directory(dir.path() / "shotA_v002_9999.bmp");
   std::vector<std::string> frames;
   img::frame_size size;
   bool has_alpha = true;
-  img::expand_numbered_name(dir / "shot2_0002.bmp", frames, size, has_alpha);
+  img::expand_numbered_name(dir / "shotA_v002_0002.bmp", frames, size, has_alpha);
   const std::string d = dir.path().string() + "/";
-  EXPECT_THAT(frames, ElementsAre(d + "Shot2_0003.bmp", d + "shot2_0001.bmp", d + "shot2_0002.bmp",
-                                  d + "shot3_0001.bmp", d + "shot9_9999.bmp"));
+  EXPECT_THAT(frames, ElementsAre(d + "ShotA_v002_0003.bmp", d + "shotA_v002_0001.bmp",
+                                  d + "shotA_v002_0002.bmp"));
   EXPECT_EQ(size, (img::frame_size{4, 3}));
   EXPECT_FALSE(has_alpha);
+}
+
+TEST(MissingFrames, NamesTheHolesBetweenNeighboursOfOneSeries) {
+  using G = img::frame_gap;
+  const struct {
+    std::vector<std::string> frames;
+    std::vector<G> gaps;
+  } cases[] = {
+      {{"/d/s_0001.tga", "/d/s_0002.tga", "/d/s_0003.tga"}, {}},
+      {{"/d/s_0049.tga", "/d/s_0051.tga", "/d/s_0055.tga"}, {G{50, 50}, G{52, 54}}},
+      // Another shot of a list, or a name without a number, is no hole.
+      {{"/d/a_0001.tga", "/d/b_0009.tga", "/d/plain.tga", "/d/b_0010.tga"}, {}},
+      {{"/d/s_0010.bmp", "/d/s_0030.bmp"}, {G{11, 29}}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(img::missing_frames(c.frames), c.gaps) << c.frames[0];
 }
 
 // Unpadded series split by digit count, gaps do not matter, a name without

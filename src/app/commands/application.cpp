@@ -11,6 +11,7 @@
 #include "app/model/comp.h"
 #include "app/model/properties.h"
 #include "app/report_error.h"
+#include "base/errors.h"
 #include "imaging/global_cache.h"
 #include "imaging/image_list.h"
 #include "imaging/multi_io.h"
@@ -114,7 +115,7 @@ bool Velomar::OpenDocumentFile(const std::string& path) {
   return true;
 }
 
-void Velomar::LoadSequenceFile(const std::string& path, uint32_t framerate) {
+void Velomar::LoadSequenceFile(const std::string& path, double framerate) {
   operations_.push(kLoadingSequence);
   std::vector<std::string> frames;
   img::frame_size size;
@@ -126,7 +127,7 @@ void Velomar::LoadSequenceFile(const std::string& path, uint32_t framerate) {
 }
 
 void Velomar::LoadSequenceList(const std::vector<std::string>& paths,
-                               uint32_t framerate,
+                               double framerate,
                                PixelAspectRatio aspect,
                                int32_t startFrame) {
   // Asked again here: dropped files and the link come in without New Project.
@@ -260,6 +261,10 @@ void Velomar::ImportMaskFile(const std::string& path) {
         Answer::Cancel)
       return;
     mask = FitMask(mask, comp.GetWidth(), comp.GetHeight());
+    // Tracking would refuse it only much later, far from the cause.
+    const uint64_t kept = CountSetPixels(mask);
+    if (kept == 0 || kept == uint64_t(mask.width) * mask.height)
+      throw xtd::exception(CroppedMaskRefusal(path, kept == 0 ? "white" : "black"));
   }
   comp.StopView();
   segment.GetInterface().SetMask(mask);

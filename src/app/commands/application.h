@@ -87,10 +87,10 @@ class Velomar {
   bool OpenDocumentFile(const std::string& path);
   // A sequence from one of its frames or an ".ais" list: frame rate 50
   // unless given, pixel aspect from the size, start frame from the first name.
-  void LoadSequenceFile(const std::string& path, uint32_t framerate = 50);
+  void LoadSequenceFile(const std::string& path, double framerate = 50);
   // The sequence load's steps after the expansion (also the link's way in).
   void LoadSequenceList(const std::vector<std::string>& paths,
-                        uint32_t framerate,
+                        double framerate,
                         PixelAspectRatio aspect,
                         int32_t startFrame);
   // Close Project; true when no project is open afterwards.

@@ -39,6 +39,11 @@ std::string MaskDimensionsQuestion(const std::string& path) {
   return "Dimensions of the bitmap (" + path + ") differ from composition dimensions.\nProceed?";
 }
 
+std::string CroppedMaskRefusal(const std::string& path, const char* colour) {
+  return "Bitmap (" + path + ") has no " + colour +
+         " pixels inside the composition's frame once cut to its size";
+}
+
 std::string OverlayImportedNotice(size_t frames) {
   if (frames == 1) return kStillOverlayImported;
   return "Overlay sequence of " + std::to_string(frames) + " frames imported.";

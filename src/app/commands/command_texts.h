@@ -38,6 +38,8 @@ std::string EmptyMaskQuestion(const std::string& path, const char* colour);
 // Import Mask, a mask of another size than the composition. OK / Cancel,
 // warning icon.
 std::string MaskDimensionsQuestion(const std::string& path);
+// A mask that, cut to the composition's size, is empty or full.
+std::string CroppedMaskRefusal(const std::string& path, const char* colour);
 // Import Overlay's closing notice: the still text for one frame.
 std::string OverlayImportedNotice(size_t frames);
 // Import Overlay with "Force Static Overlay" when the file's size cannot be read.

@@ -12,7 +12,9 @@ namespace app {
 
 // Reads the image at `path`; a pixel is set when its colour is at least
 // mid-grey (the sum of blue, green and red at least 3 * 128), so white is
-// inside the mask and black outside. Throws what the readers throw.
+// inside the mask and black outside. An image with an alpha channel that
+// varies is a matte: a pixel is set when its alpha is at least 128. Throws
+// what the readers throw.
 VL::Mask ReadMaskFile(const std::string& path);
 
 // A mask of `width` x `height` holding `mask` from the top-left corner: a

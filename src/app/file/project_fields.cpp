@@ -78,7 +78,7 @@ void ProjectFields(xml::filter& f, ProjectRecord& p, const ProjectContext& conte
     }
   }
   if (!f.reading()) return;
-  if (s.framerate == 0) s.framerate = 1;  // as the setter: a rate divides
+  s.framerate = ClampedFramerate(s.framerate);  // as the setter: a rate divides
   const int32_t length = int32_t(p.underlay.size());
   s.workArea = {std::clamp(s.workArea.first, 0, length), std::clamp(s.workArea.last, 0, length)};
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/link/host_link.h"
 
+#include <cmath>
+
 #include "app/commands/application.h"
 #include "app/commands/command_texts.h"
 #include "app/link/host_launcher.h"
@@ -116,7 +118,8 @@ void HostLink::SendProject() {
   p.Name = FileTitle(comp.GetProjectPath());
   p.width = comp.GetWidth();
   p.height = comp.GetHeight();
-  p.Framerate = comp.GetFramerate();
+  // The link's messages carry whole rates: 29.97 goes out as 30.
+  p.Framerate = uint32_t(std::lround(comp.GetFramerate()));
   p.aspect = comp.GetPixelAspect();
   p.underlay = comp.GetUnderlay();
   const VLOverlay& overlay = comp.GetOverlay();

@@ -351,7 +351,7 @@ bool VLComp::IsProcessingInside(int32_t first, int32_t last) const {
 // --- load, save, close -------------------------------------------------------
 
 void VLComp::LoadSequence(const std::vector<std::string>& paths,
-                          uint32_t framerate,
+                          double framerate,
                           PixelAspectRatio aspect,
                           int32_t startFrame) {
   operations_.push("loading sequence");

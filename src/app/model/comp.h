@@ -85,7 +85,7 @@ class VLCompInterface : public VL::Composition, public app::SettingsObject<VLCom
 
 // The plain settings of a project, as the file holds them.
 struct VLCompSettings {
-  uint32_t framerate = 50;
+  double framerate = 50;  // frames per second; 29.97 and the like too
   PixelAspectRatio pixelAspect;
   float exportInaccuracy = 0.0f;  // pixels
   TaskType task = TaskType::Tracking;
@@ -139,7 +139,7 @@ class VLComp : public VLHost {
   const std::string& GetProjectPath() const { return projectPath_; }
 
   const VLCompSettings& GetSettings() const { return settings_; }
-  uint32_t GetFramerate() const { return settings_.framerate; }
+  double GetFramerate() const { return settings_.framerate; }
   PixelAspectRatio GetPixelAspect() const { return settings_.pixelAspect; }
   float GetExportInaccuracy() const { return settings_.exportInaccuracy; }
   TaskType GetTask() const { return settings_.task; }
@@ -197,7 +197,7 @@ class VLComp : public VLHost {
   // A new project from the frames of a sequence. aspect.num 0 derives the
   // ratio from the frame size. Throws what the image reader throws.
   void LoadSequence(const std::vector<std::string>& paths,
-                    uint32_t framerate,
+                    double framerate,
                     PixelAspectRatio aspect,
                     int32_t startFrame);
   // Reads a project: `read` reads the file at `path` into this composition

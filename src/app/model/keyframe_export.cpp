@@ -2,6 +2,7 @@
 #include "app/model/keyframe_export.h"
 
 #include "app/model/comp.h"
+#include "app/model/segment.h"
 #include "base/errors.h"
 #include "exchange/motion_json.h"
 
@@ -51,9 +52,26 @@ void WriteKeyframeText(VLComp& comp, std::ostream& out, const ExportOverrides& o
   ::WriteKeyframeText(out, CompFrameFormat(comp), OverlayTransformations(comp, overrides));
 }
 
+std::vector<int32_t> ExtrapolatedFrames(const VLComp& comp) {
+  std::vector<int32_t> frames;
+  const My::Span span = comp.GetOverlay().GetTransformSpan();
+  const auto& rulers = comp.GetTopSegment();
+  for (int32_t f = span.first; f < span.last; ++f) {
+    const int32_t ruler = size_t(f) < rulers.size() ? rulers[size_t(f)] : -1;
+    if (ruler < 0 || !comp.GetSegmentObject(ruler).GetDataSpan().contains(f)) frames.push_back(f);
+  }
+  return frames;
+}
+
 std::string OverlayMotionJson(VLComp& comp, const ExportOverrides& overrides) {
   RequireTransforms(comp);
-  return MotionJson(CompFrameFormat(comp), OverlayTransformations(comp, overrides));
+  Transformations record = OverlayTransformations(comp, overrides);
+  // Frames as the user numbers them, as everywhere the data leaves as text.
+  record.first += comp.GetStartFrame();
+  std::vector<int64_t> extrapolated;
+  for (const int32_t f : ExtrapolatedFrames(comp))
+    extrapolated.push_back(int64_t(f) + comp.GetStartFrame());
+  return MotionJson(CompFrameFormat(comp), record, &extrapolated);
 }
 
 }  // namespace app

@@ -7,6 +7,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "base/enums.h"
 #include "exchange/keyframe_export.h"
@@ -47,7 +48,13 @@ FrameFormat CompFrameFormat(const VLComp& comp);
 // when HasTransformsToExport is false; otherwise what the stream throws.
 void WriteKeyframeText(VLComp& comp, std::ostream& out, const ExportOverrides& overrides = {});
 
-// The same motion per frame as JSON (see exchange/motion_json.h); the
+// The frames of the overlay's transform span (indices) whose motion is
+// extrapolated: no segment rules them, or the ruling one has no result there
+// (never tracked, or a run that stopped early).
+std::vector<int32_t> ExtrapolatedFrames(const VLComp& comp);
+
+// The same motion per frame as JSON (see exchange/motion_json.h), frames
+// numbered with the start frame added and the extrapolated ones listed; the
 // same failure when there is nothing to export.
 std::string OverlayMotionJson(VLComp& comp, const ExportOverrides& overrides = {});
 

@@ -2,6 +2,9 @@
 #include "app/model/setting_tables.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -33,23 +36,28 @@ void Store(VLComp& comp, T VLCompSettings::*member, const T& value) {
   comp.ApplySettings(settings);
 }
 
-const CompRow<uint32_t> kFramerate({.key = "framerate",
-                                    .undo = "Change Framerate",
-                                    .label = "Framerate",
-                                    .group = "Export",
-                                    .fileWord = "Framerate",
-                                    .place = FilePlace::Body},
-                                   {.get = [](const VLComp& c) { return c.GetFramerate(); },
-                                    // A rate divides.
-                                    .set =
-                                        [](VLComp& c, const uint32_t& v) {
-                                          Store(c, &VLCompSettings::framerate, std::max(v, 1u));
-                                        },
-                                    .member = &VLCompSettings::framerate,
-                                    // Files without the attribute were written with 30 in mind, not
-                                    // the 50 of a new composition.
-                                    .fileDefault = 30u,
-                                    .hint = FixedHint<uint32_t, hints::Framerate>});
+// Fractional: the NTSC rates 23.976, 29.97 and 59.94 are what most footage
+// runs at. The file writes the default stream form, so a whole rate is
+// written as before ("25") and older files read as they always did.
+const CompRow<double> kFramerate({.key = "framerate",
+                                  .undo = "Change Framerate",
+                                  .label = "Framerate",
+                                  .group = "Export",
+                                  .fileWord = "Framerate",
+                                  .place = FilePlace::Body,
+                                  .form = "frames per second (25, 29.97, ...)"},
+                                 {.get = [](const VLComp& c) { return c.GetFramerate(); },
+                                  .set =
+                                      [](VLComp& c, const double& v) {
+                                        Store(c, &VLCompSettings::framerate, ClampedFramerate(v));
+                                      },
+                                  .member = &VLCompSettings::framerate,
+                                  // Files without the attribute were written with 30 in mind,
+                                  // not the 50 of a new composition.
+                                  .fileDefault = 30.0,
+                                  .hint = FixedHint<double, hints::Framerate>,
+                                  // As when the field took whole numbers only.
+                                  .accepts = [](const double& v) { return v >= 0.0; }});
 
 const CompRow<PixelAspectRatio> kPixelAspect(
     {.key = "pixel_aspect",
@@ -130,7 +138,8 @@ const CompRow<My::Span> kWorkArea(
      .undo = "Change Work Area",
      .label = "Work area",
      .fileWord = "WorkArea",
-     .place = FilePlace::Lead},
+     .place = FilePlace::Lead,
+     .frames = true},
     {.get = [](const VLComp& c) { return c.GetWorkArea(); },
      // Inside the frames, first <= last.
      .set =
@@ -193,7 +202,8 @@ const OverlayRow<int32_t> kMatch({.key = "match",
                                   .label = "Match frame",
                                   .fileWord = "Match",
                                   .place = FilePlace::Body,
-                                  .form = "a frame index"},
+                                  .form = "a frame number",
+                                  .frames = true},
                                  {.get = [](const VLOverlay& o) { return o.GetMatch(); },
                                   .set = [](VLOverlay& o,
                                             const int32_t& v) { o.SetMatchDirect(v); },
@@ -201,7 +211,7 @@ const OverlayRow<int32_t> kMatch({.key = "match",
                                   .fileDefault = 0,
                                   .hint = FixedHint<int32_t, hints::MatchFrame>});
 
-const OverlayRow<My::Span> kTransformSpan({.key = "transform_span"},
+const OverlayRow<My::Span> kTransformSpan({.key = "transform_span", .frames = true},
                                           {.get = [](const VLOverlay& o) {
                                             return o.GetTransformSpan();
                                           }});
@@ -284,6 +294,33 @@ const CompSetting& CompSettingOf(std::string_view key) {
 }
 const OverlaySetting& OverlaySettingOf(std::string_view key) {
   return Find(OverlaySettings(), key);
+}
+
+double ClampedFramerate(double rate) {
+  // A rate divides; NaN fails the comparison and becomes 1 as well.
+  return rate >= 1.0 ? std::min(rate, kMaxFramerate) : 1.0;
+}
+
+RateFraction FramerateFraction(double rate) {
+  rate = ClampedFramerate(rate);
+  const double whole = std::round(rate);
+  if (std::abs(rate - whole) < 1e-9) return {uint32_t(whole), 1};
+  const double ntsc = std::round(rate * 1.001);
+  if (std::abs(rate - ntsc * 1000.0 / 1001.0) < 0.005) return {uint32_t(ntsc) * 1000, 1001};
+  const uint32_t thousandths = uint32_t(std::lround(rate * 1000.0));
+  const uint32_t common = std::gcd(thousandths, 1000u);
+  return {thousandths / common, 1000 / common};
+}
+
+SettingValue ShiftFrames(const SettingValue& value, int32_t by) {
+  // Saturating: a start frame near the end of the range must not wrap.
+  const auto shift = [by](int32_t v) {
+    return int32_t(std::clamp<int64_t>(int64_t(v) + by, INT32_MIN, INT32_MAX));
+  };
+  if (const auto* frame = std::get_if<int32_t>(&value)) return shift(*frame);
+  if (const auto* span = std::get_if<My::Span>(&value))
+    return My::Span{shift(span->first), shift(span->last)};
+  return value;
 }
 
 void AssignSetting(VLComp& comp, std::string_view key, const SettingValue& value) {

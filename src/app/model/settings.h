@@ -31,6 +31,7 @@ namespace app {
 using SettingValue = std::variant<int32_t,
                                   uint32_t,
                                   float,
+                                  double,
                                   My::Span,
                                   PixelAspectRatio,
                                   types::affine,
@@ -81,6 +82,9 @@ class Setting {
     FilePlace place = FilePlace::None;
     int order = 0;               // within the place
     const char* form = nullptr;  // what the command line wants, in its messages
+    // A frame or a span of the composition's frames, stored as indices from
+    // 0: whoever shows or takes it adds the start frame, as the time field does.
+    bool frames = false;
   };
 
   explicit Setting(const Names& names) : names_(names) {}
@@ -132,14 +136,17 @@ class SettingAction : public Action {
 template <class Owner, class Record, class T>
 class SettingProperty : public TypedProperty<T> {
  public:
-  SettingProperty(const Setting<Owner, Record>& setting, HintFunction<T> hint)
-      : setting_(setting), hint_(hint) {}
+  SettingProperty(const Setting<Owner, Record>& setting,
+                  HintFunction<T> hint,
+                  bool (*accepts)(const T&) = nullptr)
+      : setting_(setting), hint_(hint), accepts_(accepts) {}
 
   T Read(const EditableObject& object) const override {
     return std::get<T>(
         setting_.Get(dynamic_cast<const SettingsObject<Owner>&>(object).SettingsOwner()));
   }
   void Write(EditableObject& object, const T& value) const override {
+    if (accepts_ != nullptr && !accepts_(value)) ThrowInvalidValue();
     auto& shown = dynamic_cast<SettingsObject<Owner>&>(object);
     shown.SettingsQueue().Push(std::make_unique<SettingAction<Owner, Record>>(
         shown.SettingsOwner(), setting_, SettingValue(value)));
@@ -159,6 +166,7 @@ class SettingProperty : public TypedProperty<T> {
  private:
   const Setting<Owner, Record>& setting_;
   HintFunction<T> hint_;
+  bool (*accepts_)(const T&);
 };
 
 // A setting of type T.
@@ -174,6 +182,9 @@ class TypedSetting final : public Setting<Owner, Record> {
     void (*file)(xml::filter&, Record&, int32_t length) = nullptr;
     HintFunction<T> hint = nullptr;
     HintFunction<double> elementHint = nullptr;  // the elements of an affine
+    // What the panel takes as typed; anything else is an invalid value there
+    // (the setter's clamp still serves everyone else).
+    bool (*accepts)(const T&) = nullptr;
   };
 
   TypedSetting(const typename Setting<Owner, Record>::Names& names, const Access& access)
@@ -214,7 +225,8 @@ class TypedSetting final : public Setting<Owner, Record> {
   void AddRows(Property& parent, std::vector<std::unique_ptr<Property>>& keep) const override {
     const auto& names = this->names();
     if (names.label == nullptr && names.elementsUnder == nullptr) return;
-    auto row = std::make_unique<SettingProperty<Owner, Record, T>>(*this, access_.hint);
+    auto row =
+        std::make_unique<SettingProperty<Owner, Record, T>>(*this, access_.hint, access_.accepts);
     Property* elementsParent = row.get();
     if (names.label == nullptr) {
       elementsParent = parent.Child(names.elementsUnder);

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "app/model/comp.h"
+#include "app/model/setting_tables.h"
 #include "app/operation_stack.h"
 #include "app/preferences.h"
 #include "app/preview/view.h"
@@ -123,10 +124,11 @@ std::unique_ptr<ImageWriter> MakeWriter(RenderPorts& p, const Target& target, in
     const std::string name = ReadAviCoder(p.profile);
     const img::avi::AviCoderInfo* coder = p.coders.find(name);
     if (!coder) throw img::avi::exception(img::avi::kOpenCoderError, "no coder \"" + name + "\"");
+    const RateFraction rate = FramerateFraction(p.comp.GetFramerate());
     const img::avi::settings settings{.width = p.comp.GetWidth(),
                                       .height = p.comp.GetHeight(),
-                                      .rate = p.comp.GetFramerate(),
-                                      .scale = 1,
+                                      .rate = rate.rate,
+                                      .scale = rate.scale,
                                       .with_alpha = p.preferences.renderingAlpha};
     writer = std::make_unique<AviWriter>(*coder, ReadAviCoderState(p.profile, name), target.path,
                                          settings);
