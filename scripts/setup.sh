@@ -12,6 +12,7 @@ packages=(
   libpugixml-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   binutils
+  xvfb xauth fonts-dejavu-core
 )
 
 missing=()
