@@ -41,12 +41,12 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
   clipboard_ = std::make_unique<QtClipboard>();
   frame_ = std::make_unique<MainFrame>();
   if (own_dialogs_) own_dialogs_->set_parent(frame_.get());
-  processor_ = std::make_unique<app::Processor>(
-      app::ProcessorPorts{.queue = *queue_,
-                          .dialogs = *dialogs_,
-                          .cache = img::global_cache(),
-                          .prefetcher = &img::global_prefetcher(),
-                          .pump = [this] { pump(); }});
+  processor_ =
+      std::make_unique<app::Processor>(app::ProcessorPorts{.queue = *queue_,
+                                                           .dialogs = *dialogs_,
+                                                           .cache = img::global_cache(),
+                                                           .prefetcher = &img::global_prefetcher(),
+                                                           .pump = [this] { pump(); }});
   app_ = std::make_unique<app::Velomar>(app::VelomarPorts{.queue = *queue_,
                                                           .dialogs = *dialogs_,
                                                           .profile = *profile_,
@@ -73,8 +73,8 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
       app::link::HostLinkPorts{.app = *app_, .host = launcher_.get()});
   if (options.serve_link) {
     try {
-      sleeper_ = app::link::StartSleeper(
-          {.queue = *queue_, .link = *link_, .dialogs = dialogs_}, options.link_path);
+      sleeper_ = app::link::StartSleeper({.queue = *queue_, .link = *link_, .dialogs = dialogs_},
+                                         options.link_path);
     } catch (const std::exception& e) {
       // Without the socket the window still works; the host cannot reach it.
       app_->ReportError(e.what());
@@ -90,10 +90,9 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
   actions.actualPixels = [view] { view->actual_pixels(); };
   actions.askFrame = [this, frame]() -> std::optional<std::string> {
     bool ok = false;
-    const QString text =
-        QInputDialog::getText(frame, "Go to Frame", "Frame #", QLineEdit::Normal,
-                              QString::fromStdString(app_->GetComposition().GetCurrentTimeText()),
-                              &ok);
+    const QString text = QInputDialog::getText(
+        frame, "Go to Frame", "Frame #", QLineEdit::Normal,
+        QString::fromStdString(app_->GetComposition().GetCurrentTimeText()), &ok);
     if (!ok) return std::nullopt;
     return text.toStdString();
   };
@@ -120,15 +119,16 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
   actions.layoutChanged = [frame] { frame->show_bars(); };
   actions.pump = [] { QCoreApplication::processEvents(QEventLoop::AllEvents, 5); };
   actions.enableWindow = [frame](bool enable) { frame->menuBar()->setEnabled(enable); };
-  presenter_ = std::make_unique<app::WindowPresenter>(app::WindowPorts{.app = *app_,
-                                                                       .view = *view_,
-                                                                       .profile = *profile_,
-                                                                       .cache = img::global_cache(),
-                                                                       .clipboard = clipboard_.get(),
-                                                                       .link = link_.get(),
-                                                                       .host = launcher_.get(),
-                                                                       .actions = actions,
-                                                                       .workspace_colour = workspace});
+  presenter_ =
+      std::make_unique<app::WindowPresenter>(app::WindowPorts{.app = *app_,
+                                                              .view = *view_,
+                                                              .profile = *profile_,
+                                                              .cache = img::global_cache(),
+                                                              .clipboard = clipboard_.get(),
+                                                              .link = link_.get(),
+                                                              .host = launcher_.get(),
+                                                              .actions = actions,
+                                                              .workspace_colour = workspace});
   frame_->attach(*presenter_);
   presenter_->Publish();
 }
@@ -198,9 +198,7 @@ std::string WriteManual() {
   if (folder.isEmpty()) folder = QString::fromStdString(fs::temp_directory_path().string());
   const fs::path path = fs::path(folder.toStdString()) / "manual.html";
   fs::create_directories(path.parent_path());
-  QFile source(":/velomar/manual.html");
-  if (!source.open(QIODevice::ReadOnly)) throw std::runtime_error("the manual is missing");
-  const QByteArray bytes = source.readAll();
+  const QByteArray bytes = Resource("manual.html");
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(bytes.constData(), bytes.size());
   if (!out) throw std::runtime_error("cannot write " + path.string());

@@ -4,12 +4,12 @@
 // "-unreg" end after it), the crash handler, the window, and then any file
 // named on the command line, opened by the running message loop.
 #include <QApplication>
-#include <QMessageBox>
-#include <QPlainTextEdit>
 #include <QDialog>
 #include <QDialogButtonBox>
-#include <QVBoxLayout>
 #include <QLabel>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QVBoxLayout>
 #include <cstdio>
 
 #include "app/command_line.h"
@@ -45,9 +45,9 @@ void ShowCrashReport(QWidget* parent, const std::string& report, const std::stri
   QDialog dialog(parent);
   dialog.setWindowTitle("Velomar");
   auto* layout = new QVBoxLayout(&dialog);
-  layout->addWidget(new QLabel(QString::fromStdString(
-      "Velomar ended unexpectedly last time. Its report stays in\n" + path +
-      "\nPlease send it with a description of what you were doing.")));
+  layout->addWidget(new QLabel(
+      QString::fromStdString("Velomar ended unexpectedly last time. Its report stays in\n" + path +
+                             "\nPlease send it with a description of what you were doing.")));
   auto* text = new QPlainTextEdit(QString::fromStdString(report));
   text->setReadOnly(true);
   text->setLineWrapMode(QPlainTextEdit::NoWrap);

@@ -2,6 +2,7 @@
 #include "gui/main_frame.h"
 
 #include <QCloseEvent>
+#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -62,6 +63,8 @@ MainFrame::MainFrame(QWidget* parent) : QMainWindow(parent) {
   auto* scroll = new QScrollArea;
   scroll->setWidget(right_bar_);
   scroll->setWidgetResizable(true);
+  // The panels fit the bar's width; only a short window scrolls them.
+  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   scroll->setObjectName("RightPanelBar");
   right_splitter_ = new QSplitter(Qt::Horizontal);
   right_splitter_->setObjectName("RightSplitter");
@@ -226,7 +229,8 @@ void MainFrame::refresh(bool link) {
   if (!presenter_) return;
   for (const Entry& e : entries_)
     if (!e.link || link) refresh_entry(e);
-  for (const auto& [menu, command] : group_menus_) menu->setEnabled(presenter_->ProjectGroupEnabled());
+  for (const auto& [menu, command] : group_menus_)
+    menu->setEnabled(presenter_->ProjectGroupEnabled());
   refresh_panels();
 }
 
@@ -255,10 +259,9 @@ void MainFrame::store_layout() {
 }
 
 void MainFrame::build_panels() {
-  auto button = [this](const std::string& path, QLayout* into, const QString& text = {}) {
+  auto button = [this](const std::string& path, QLayout* into) {
     auto* b = new QToolButton;
     if (QAction* a = action(path)) b->setDefaultAction(a);
-    if (!text.isEmpty()) b->setText(text);
     b->setToolButtonStyle(Qt::ToolButtonTextOnly);
     into->addWidget(b);
     return b;
@@ -271,50 +274,54 @@ void MainFrame::build_panels() {
   info_layout->addWidget(info_);
 
   QGroupBox* ae = panel(app::link::kPanelTitle, right_layout_);
-  auto* ae_layout = new QHBoxLayout(ae);
+  auto* ae_layout = new QVBoxLayout(ae);
   for (int id : app::link::kPanelButtons) {
     if (id == 0) {
-      ae_layout->addSpacing(8);
+      ae_layout->addSpacing(4);
       continue;
     }
     for (const auto* info_of : {&app::link::SwitchToHostInfo(), &app::link::ImportOverlayInfo(),
                                 &app::link::ExportTransformationsInfo()}) {
-      if (info_of->id == id) button("After Effects/" + Plain(info_of->menu_text), ae_layout);
+      if (info_of->id == id)
+        button("After Effects/" + Plain(info_of->menu_text), ae_layout)
+            ->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     }
   }
-  ae_layout->addStretch();
 
   QGroupBox* mode = panel("Display Mode", right_layout_);
   auto* mode_layout = new QGridLayout(mode);
   int i = 0;
-  for (const char* entry : {"Preview", "Edit Mask", "Underlay", "Overlay", "Mask", "Inverse Mask"}) {
+  for (const char* entry :
+       {"Preview", "Edit Mask", "Underlay", "Overlay", "Mask", "Inverse Mask"}) {
     auto* b = new QToolButton;
     b->setDefaultAction(action(std::string("Display/") + entry));
     b->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    b->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    b->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     mode_layout->addWidget(b, i / 2, i % 2);
     ++i;
   }
 
   QGroupBox* tools = panel("Tools", right_layout_);
   tools->setObjectName("ToolsPanel");
-  auto* tools_layout = new QHBoxLayout(tools);
-  button("Display/Fit on Screen", tools_layout, "Fit");
-  button("Display/Actual Pixels", tools_layout, "1:1");
-  button("Display/Zoom In", tools_layout, "+");
-  button("Display/Zoom Out", tools_layout, "-");
-  tools_layout->addStretch();
+  tools_layout_ = new QGridLayout(tools);
+  i = 0;
+  for (const char* entry : {"Zoom In", "Zoom Out", "Fit on Screen", "Actual Pixels"}) {
+    QToolButton* b = button(std::string("Display/") + entry, tools_layout_);
+    b->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    tools_layout_->addWidget(b, i / 2, i % 2);
+    ++i;
+  }
   right_layout_->addStretch();
 
   QGroupBox* time = panel("Time Controls", bottom_layout_);
   auto* time_layout = new QHBoxLayout(time);
-  button("Time/First Frame", time_layout, "|<");
-  button("Time/Previous Frame", time_layout, "<|");
-  button("Time/Play Backward", time_layout, "<");
-  button("Time/Pause", time_layout, "||");
-  button("Time/Play Forward", time_layout, ">");
-  button("Time/Next Frame", time_layout, "|>");
-  button("Time/Last Frame", time_layout, ">|");
+  button("Time/First Frame", time_layout);
+  button("Time/Previous Frame", time_layout);
+  button("Time/Play Backward", time_layout);
+  button("Time/Pause", time_layout);
+  button("Time/Play Forward", time_layout);
+  button("Time/Next Frame", time_layout);
+  button("Time/Last Frame", time_layout);
   time_layout->addSpacing(12);
   time_layout->addWidget(new QLabel("Frame"));
   time_field_ = new QLineEdit;
@@ -361,7 +368,7 @@ void MainFrame::refresh_panels() {
     const QSignalBlocker block(time_slider_);
     time_slider_->setEnabled(!comp.IsEmpty());
     time_slider_->setRange(0, std::max(0, comp.GetLength() - 1));
-    time_slider_->setValue(std::max(0, comp.GetCurrentTime()));
+    time_slider_->setValue(std::max(0, comp.GetPreviewTime()));
   }
 }
 

@@ -17,6 +17,7 @@
 
 #include "app/commands/window_presenter.h"
 
+class QGridLayout;
 class QLabel;
 class QLineEdit;
 class QSlider;
@@ -65,7 +66,9 @@ class MainFrame : public QMainWindow {
     const app::MenuCommand* command;
     bool link;
   };
-  void build_menu(QMenu* menu, const std::vector<app::MenuCommand>& items, const std::string& path,
+  void build_menu(QMenu* menu,
+                  const std::vector<app::MenuCommand>& items,
+                  const std::string& path,
                   bool link);
   void fill_popup(QMenu* menu, const app::MenuCommand& command, const std::string& path, bool link);
   void add_action(QMenu* menu, const app::MenuCommand& command, const std::string& path, bool link);
@@ -94,6 +97,7 @@ class MainFrame : public QMainWindow {
   QSlider* time_slider_ = nullptr;
   QLineEdit* time_field_ = nullptr;
   QLabel* info_ = nullptr;
+  QGridLayout* tools_layout_ = nullptr;
   QTimer idle_;
   QTimer link_idle_;
 };

@@ -20,6 +20,15 @@
 
 #include "base/errors.h"
 
+// The resources live in the static library: they register on first use.
+static void InitResources() {
+  static const bool done = [] {
+    Q_INIT_RESOURCE(velomar);
+    return true;
+  }();
+  (void)done;
+}
+
 namespace gui {
 namespace {
 
@@ -80,17 +89,33 @@ app::Answer QtDialogs::ask(const std::string& text, app::Buttons buttons, app::I
   box.setWindowTitle("Velomar");
   box.setText(Q(text));
   switch (icon) {
-    case app::Icon::None: box.setIcon(QMessageBox::NoIcon); break;
-    case app::Icon::Information: box.setIcon(QMessageBox::Information); break;
-    case app::Icon::Question: box.setIcon(QMessageBox::Question); break;
-    case app::Icon::Warning: box.setIcon(QMessageBox::Warning); break;
-    case app::Icon::Error: box.setIcon(QMessageBox::Critical); break;
+    case app::Icon::None:
+      box.setIcon(QMessageBox::NoIcon);
+      break;
+    case app::Icon::Information:
+      box.setIcon(QMessageBox::Information);
+      break;
+    case app::Icon::Question:
+      box.setIcon(QMessageBox::Question);
+      break;
+    case app::Icon::Warning:
+      box.setIcon(QMessageBox::Warning);
+      break;
+    case app::Icon::Error:
+      box.setIcon(QMessageBox::Critical);
+      break;
   }
   QMessageBox::StandardButtons set;
   switch (buttons) {
-    case app::Buttons::Ok: set = QMessageBox::Ok; break;
-    case app::Buttons::OkCancel: set = QMessageBox::Ok | QMessageBox::Cancel; break;
-    case app::Buttons::YesNo: set = QMessageBox::Yes | QMessageBox::No; break;
+    case app::Buttons::Ok:
+      set = QMessageBox::Ok;
+      break;
+    case app::Buttons::OkCancel:
+      set = QMessageBox::Ok | QMessageBox::Cancel;
+      break;
+    case app::Buttons::YesNo:
+      set = QMessageBox::Yes | QMessageBox::No;
+      break;
     case app::Buttons::YesNoCancel:
       set = QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel;
       break;
@@ -98,10 +123,14 @@ app::Answer QtDialogs::ask(const std::string& text, app::Buttons buttons, app::I
   box.setStandardButtons(set);
   // A question's box answers with its cancelling button when closed.
   switch (box.exec()) {
-    case QMessageBox::Ok: return app::Answer::Ok;
-    case QMessageBox::Yes: return app::Answer::Yes;
-    case QMessageBox::No: return app::Answer::No;
-    default: return buttons == app::Buttons::YesNo ? app::Answer::No : app::Answer::Cancel;
+    case QMessageBox::Ok:
+      return app::Answer::Ok;
+    case QMessageBox::Yes:
+      return app::Answer::Yes;
+    case QMessageBox::No:
+      return app::Answer::No;
+    default:
+      return buttons == app::Buttons::YesNo ? app::Answer::No : app::Answer::Cancel;
   }
 }
 
@@ -220,14 +249,15 @@ bool QtClipboard::set_text(const std::string& text) {
   return true;
 }
 
-namespace {
-
 QByteArray Resource(const char* name) {
+  InitResources();
   QFile file(QString(":/velomar/") + name);
   if (!file.open(QIODevice::ReadOnly))
     throw std::runtime_error(std::string("missing resource ") + name);
   return file.readAll();
 }
+
+namespace {
 
 void WriteFile(const std::string& path, const QByteArray& bytes) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
@@ -257,8 +287,7 @@ FreedesktopRegistration::FreedesktopRegistration(std::string data_home)
     : data_home_(std::move(data_home)) {
   if (data_home_.empty()) {
     const QByteArray xdg = qgetenv("XDG_DATA_HOME");
-    data_home_ = !xdg.isEmpty() ? xdg.toStdString()
-                                : S(QDir::homePath()) + "/.local/share";
+    data_home_ = !xdg.isEmpty() ? xdg.toStdString() : S(QDir::homePath()) + "/.local/share";
   }
 }
 

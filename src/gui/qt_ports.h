@@ -3,6 +3,7 @@
 // store, the clipboard, and the file-type registration with the desktop.
 #pragma once
 
+#include <QByteArray>
 #include <QObject>
 #include <QSettings>
 #include <QString>
@@ -98,6 +99,9 @@ class FreedesktopRegistration : public app::ShellRegistration {
   void refresh_databases() const;
   std::string data_home_;
 };
+
+// A file built into the program (the manual, the desktop files, the icon).
+QByteArray Resource(const char* name);
 
 // The desktop entry's text for the program at `program_path`.
 std::string DesktopEntry(const std::string& program_path);

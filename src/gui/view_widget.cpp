@@ -47,8 +47,8 @@ void ViewWidget::set_zoom(double zoom, QPointF anchor) {
 
 void ViewWidget::fit_on_screen() {
   if (image_size_.isEmpty()) return;
-  const double z = std::min(double(width()) / image_size_.width(),
-                            double(height()) / image_size_.height());
+  const double z =
+      std::min(double(width()) / image_size_.width(), double(height()) / image_size_.height());
   zoom_ = std::clamp(z, kMinZoom, kMaxZoom);
   offset_ = QPointF((width() - image_size_.width() * zoom_) / 2.0,
                     (height() - image_size_.height() * zoom_) / 2.0);
@@ -96,7 +96,8 @@ void ViewWidget::paintEvent(QPaintEvent* event) {
   if (!view_ || image_size_.isEmpty()) return;
   // The invalid rectangle in picture pixels, one pixel of margin for the
   // smoothing at the edges.
-  const QRectF r(to_image(event->rect().topLeft()), to_image(event->rect().bottomRight() + QPoint(1, 1)));
+  const QRectF r(to_image(event->rect().topLeft()),
+                 to_image(event->rect().bottomRight() + QPoint(1, 1)));
   const int x0 = std::max(0, int(std::floor(r.left())) - 1);
   const int y0 = std::max(0, int(std::floor(r.top())) - 1);
   const int x1 = std::min(image_size_.width(), int(std::ceil(r.right())) + 1);
@@ -107,21 +108,21 @@ void ViewWidget::paintEvent(QPaintEvent* event) {
   }
   // Smoothing below one screen pixel per picture pixel, plain pixels above.
   painter.setRenderHint(QPainter::SmoothPixmapTransform, zoom_ <= 1.0);
-  const bool drawn = view_->paint(
-      {x0, y0, uint32_t(x1 - x0), uint32_t(y1 - y0)},
-      [&](const img::image& picture, app::PixelRect part) {
-        // The picture's bytes run blue, green, red, alpha: Qt's RGB32 on a
-        // little-endian machine. Wrapped, not copied.
-        const QImage image(picture.data, int(picture.width), int(picture.height),
-                           qsizetype(picture.stride), QImage::Format_RGB32);
-        const QRect source(part.x, part.y, int(part.width), int(part.height));
-        const QRectF target(to_widget(QPointF(x0, y0)),
-                            QSizeF(part.width * zoom_, part.height * zoom_));
-        if (picture.top_down)
-          painter.drawImage(target, image, source);
-        else  // rows stored bottom first
-          painter.drawImage(target, image.mirrored(false, true), source);
-      });
+  const bool drawn =
+      view_->paint({x0, y0, uint32_t(x1 - x0), uint32_t(y1 - y0)},
+                   [&](const img::image& picture, app::PixelRect part) {
+                     // The picture's bytes run blue, green, red, alpha: Qt's RGB32 on a
+                     // little-endian machine. Wrapped, not copied.
+                     const QImage image(picture.data, int(picture.width), int(picture.height),
+                                        qsizetype(picture.stride), QImage::Format_RGB32);
+                     const QRect source(part.x, part.y, int(part.width), int(part.height));
+                     const QRectF target(to_widget(QPointF(x0, y0)),
+                                         QSizeF(part.width * zoom_, part.height * zoom_));
+                     if (picture.top_down)
+                       painter.drawImage(target, image, source);
+                     else  // rows stored bottom first
+                       painter.drawImage(target, image.mirrored(false, true), source);
+                   });
   if (drawn) ++frames_painted_;
   if (tool_) tool_->paint_over(painter, [this](QPointF p) { return to_widget(p); });
 }

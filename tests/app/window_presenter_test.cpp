@@ -6,6 +6,7 @@
 
 #include "app/commands/application.h"
 #include "app/commands/command_rules.h"
+#include "app/commands/project_files.h"
 #include "app/commands/window_presenter.h"
 #include "app/message_queue.h"
 #include "app/model/comp.h"
@@ -26,12 +27,10 @@ struct PresenterFixture {
   app::MemoryProfileStore profile;
   std::vector<std::string> log;
   app_testing::RecordingView surface{log};
-  std::vector<std::string> saved;
   app::Velomar app{{.queue = queue,
                     .dialogs = dialogs,
                     .profile = profile,
-                    .files = {[](VLComp&, const std::string&, app::UserDialogs&) {},
-                              [this](VLComp&, const std::string& path) { saved.push_back(path); }},
+                    .files = app::ProjectFiles(),
                     .view = &surface}};
   app::VLView view{app.GetComposition(),
                    {.surface = surface,
@@ -39,8 +38,9 @@ struct PresenterFixture {
                     .queue = queue,
                     .dialogs = dialogs,
                     .cache = img::global_cache()}};
-  std::optional<app::WindowPresenter> presenter{std::in_place, app::WindowPorts{
-      .app = app, .view = view, .profile = profile, .cache = img::global_cache()}};
+  std::optional<app::WindowPresenter> presenter{
+      std::in_place,
+      app::WindowPorts{.app = app, .view = view, .profile = profile, .cache = img::global_cache()}};
 
   void OpenWithSegment() {
     app.LoadSequenceFile(app_testing::WriteImage(dir, "plate_0001.bmp", 8, 6, false));
@@ -130,9 +130,8 @@ TEST(WindowPresenter, MenuBarHoldsEveryEntryWithItsAccelerator) {
        "Overlay Opacity", "Mask Color", "Mask Opacity", "Interpolation", "Inverse Mask"},
       {"First Frame\tHome", "Work Area Start\tShift+Home", "Previous Frame\tCtrl+Left",
        "Play Backward\tAlt+Space", "Pause\tSpace", "Play Forward\tSpace", "Next Frame\tCtrl+Right",
-       "Work Area End\tShift+End", "Last Frame\tEnd", "Segment Back End\tI",
-       "Segment Front End\tO", "Go to Frame...\tCtrl+G", "Follow", "Auto Follow", "Loop",
-       "Frame Rate"},
+       "Work Area End\tShift+End", "Last Frame\tEnd", "Segment Back End\tI", "Segment Front End\tO",
+       "Go to Frame...\tCtrl+G", "Follow", "Auto Follow", "Loop", "Frame Rate"},
       {"Zoom In\t+", "Zoom Out\t-", "Fit in Window\tCtrl+Alt+Home", "&Begin Work Area\tB",
        "E&nd Work Area\tN", "Set Segment Back\tAlt+[", "Set Segment Front\tArl+]"},
       {"Switch to After Effects", "Import Project", "Import Overlay", "Export Project",
@@ -174,18 +173,22 @@ TEST(WindowPresenter, EntriesAreEnabledByTheCoreRules) {
       {"&Segment", "Import Mask...", app::CanImportMask},
       {"&Segment", "Export Mask...", app::CanExportMask}};
   const std::vector<std::function<void()>> steps = {
-      [] {},                                  // no project
-      [&] { f.OpenWithSegment(); },           // one active segment, modified
-      [&] { f.app.OnNewSegment(); },          // two, the new one active
-      [&] { f.app.OnActivateBelow(); },       // the lower one active
-      [&] { f.app.OnUndo(); f.app.OnUndo(); }  // back to none, redo possible
+      [] {},                             // no project
+      [&] { f.OpenWithSegment(); },      // one active segment, modified
+      [&] { f.app.OnNewSegment(); },     // two, the new one active
+      [&] { f.app.OnActivateBelow(); },  // the lower one active
+      [&] {
+        f.app.OnUndo();
+        f.app.OnUndo();
+      }  // back to none, redo possible
   };
   for (size_t step = 0; step < steps.size(); ++step) {
     steps[step]();
     const auto menus = f.presenter->Menus();
     const app::CommandSnapshot state = f.app.GetCommandState();
     for (const auto& [menu, text, rule] : rules)
-      EXPECT_EQ(f.Entry(menus, menu, text).IsEnabled(), rule(state)) << "step " << step << ": " << text;
+      EXPECT_EQ(f.Entry(menus, menu, text).IsEnabled(), rule(state))
+          << "step " << step << ": " << text;
   }
 }
 
@@ -200,6 +203,7 @@ TEST(WindowPresenter, UndoEntryReadsTheQueueAndGroupFollowsTheProject) {
   EXPECT_NE(undo.label(), "Undo");  // it names the action
   EXPECT_EQ(undo.Caption(), "&Undo");
   EXPECT_EQ(undo.Accelerator(), "Ctrl+Z");
+  f.dialogs.answer(app::Answer::No);  // do not save
   f.app.CloseProject();
   EXPECT_FALSE(f.presenter->ProjectGroupEnabled());
 }

@@ -134,8 +134,8 @@ TEST(CrashReport, ShownOnceAndTheFileStays) {
   EXPECT_FALSE(gui::UnseenCrashReport(profile, path));
   EXPECT_TRUE(std::filesystem::exists(path));
   // A later crash writes the file anew: shown again.
-  std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) +
-                                             std::chrono::seconds(5));
+  std::filesystem::last_write_time(
+      path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
   EXPECT_TRUE(gui::UnseenCrashReport(profile, path));
 }
 

@@ -97,7 +97,9 @@ TEST(MainFrame, EveryEntryHasItsKeysHintAndRule) {
         EXPECT_EQ(a->shortcuts(), gui::Shortcuts(c.Accelerator())) << path;
         EXPECT_EQ(a->statusTip().toStdString(), c.hint) << path;
         EXPECT_EQ(a->isEnabled(), c.IsEnabled()) << when << ": " << path;
-        if (c.checked) EXPECT_EQ(a->isChecked(), c.checked()) << when << ": " << path;
+        if (c.checked) {
+          EXPECT_EQ(a->isChecked(), c.checked()) << when << ": " << path;
+        }
       });
     }
     EXPECT_GT(entries, 100);
@@ -110,7 +112,8 @@ TEST(MainFrame, EveryEntryHasItsKeysHintAndRule) {
   EXPECT_TRUE(frame.action("File/Save")->isEnabled());
   EXPECT_FALSE(frame.action("Time/Pause")->isEnabled());
   // The Render pop-up goes with the project.
-  EXPECT_TRUE(frame.action("File/Render/Composition...")->parentWidget()->isEnabled());
+  EXPECT_TRUE(
+      qobject_cast<QWidget*>(frame.action("File/Render/Composition...")->parent())->isEnabled());
 }
 
 TEST(MainFrame, ShortcutsRunTheirCommands) {

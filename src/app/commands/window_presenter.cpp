@@ -11,8 +11,8 @@
 #include "app/link/host_launcher.h"
 #include "app/link/host_link.h"
 #include "app/link/link_rules.h"
-#include "app/model/properties.h"
 #include "app/model/comp.h"
+#include "app/model/properties.h"
 #include "app/ports.h"
 #include "app/preview/view.h"
 #include "app/render/render_command.h"
@@ -96,8 +96,11 @@ struct NamedColour {
   const char* name;
   uint32_t colour;
 };
-constexpr NamedColour kColours[] = {{"Black", 0x000000}, {"Red", 0xFF0000}, {"Green", 0x00FF00},
-                                    {"Blue", 0x0000FF},  {"White", 0xFFFFFF}};
+constexpr NamedColour kColours[] = {{"Black", 0x000000},
+                                    {"Red", 0xFF0000},
+                                    {"Green", 0x00FF00},
+                                    {"Blue", 0x0000FF},
+                                    {"White", 0xFFFFFF}};
 constexpr uint32_t kOpacities[] = {100, 250, 500, 750, 1000};
 constexpr uint32_t kFrameRates[] = {10, 25, 30, 50};
 
@@ -139,9 +142,9 @@ std::string WindowPresenter::InfoText() const {
   if (comp.IsEmpty()) return "No project";
   const int32_t start = comp.GetStartFrame();
   const My::Span area = comp.GetWorkArea();
-  std::string text = "Frame " + comp.GetCurrentTimeText() + " of " +
-                     std::to_string(start) + "-" + std::to_string(start + comp.GetLength() - 1) +
-                     "\nWork area " + std::to_string(start + area.first) + "-" +
+  std::string text = "Frame " + comp.GetCurrentTimeText() + " of " + std::to_string(start) + "-" +
+                     std::to_string(start + comp.GetLength() - 1) + "\nWork area " +
+                     std::to_string(start + area.first) + "-" +
                      std::to_string(start + area.last - 1) + "\n" +
                      std::to_string(comp.GetWidth()) + " x " + std::to_string(comp.GetHeight()) +
                      ", " + std::to_string(comp.GetFramerate()) + " fps";
@@ -278,17 +281,17 @@ std::vector<MenuCommand> WindowPresenter::FileMenu() {
                .hint = "Imports an image or an image sequence as overlay",
                .run = Guarded([&app] { app.OnImportOverlay(); }),
                .enabled = rule(CanImportOverlay)});
-  MenuCommand render = Popup(
-      "Render",
-      {{.text = "Composition...",
-        .hint = "Renders the work area as the preview shows it",
-        .run = [this] { Render(false); },
-        .enabled = [&app] { return app.IsProjectOpen() && app.mainWindowEnabled; }},
-       {.text = "Overlay...",
-        .hint = "Renders the moving overlay alone over a transparent background",
-        .run = [this] { Render(true); },
-        .enabled = [&app] { return app.IsProjectOpen() && app.mainWindowEnabled; }}},
-      true);
+  MenuCommand render =
+      Popup("Render",
+            {{.text = "Composition...",
+              .hint = "Renders the work area as the preview shows it",
+              .run = [this] { Render(false); },
+              .enabled = [&app] { return app.IsProjectOpen() && app.mainWindowEnabled; }},
+             {.text = "Overlay...",
+              .hint = "Renders the moving overlay alone over a transparent background",
+              .run = [this] { Render(true); },
+              .enabled = [&app] { return app.IsProjectOpen() && app.mainWindowEnabled; }}},
+            true);
   m.push_back(std::move(render));
   m.push_back(Separator());
   m.push_back({.text = "Copy Transforms",
@@ -327,9 +330,10 @@ std::vector<MenuCommand> WindowPresenter::FileMenu() {
   m.push_back(Separator());
   m.push_back({.text = "E&xit",
                .hint = "Closes the project and quits Velomar",
-               .run = [this] {
-                 if (ports_.actions.exit) ports_.actions.exit();
-               },
+               .run =
+                   [this] {
+                     if (ports_.actions.exit) ports_.actions.exit();
+                   },
                .enabled = rule(CanExit)});
   return m;
 }
@@ -361,15 +365,15 @@ std::vector<MenuCommand> WindowPresenter::PreferencesMenu() {
       // No coder can be listed: the menu says so below.
     }
     for (const auto& coder : list) {
-      items.push_back(
-          {.text = AviMenuText(coder),
-           .hint = "Renders into one AVI file with this coder",
-           .run = Guarded([this, &p, coder] {
-             ChooseAviCoder(p, ports_.profile, coder, ReadAviCoderState(ports_.profile, coder.name));
-           }),
-           .checked = [this, &p, name = coder.name] {
-             return IsAviTicked(p) && ReadAviCoder(ports_.profile) == name;
-           }});
+      items.push_back({.text = AviMenuText(coder),
+                       .hint = "Renders into one AVI file with this coder",
+                       .run = Guarded([this, &p, coder] {
+                         ChooseAviCoder(p, ports_.profile, coder,
+                                        ReadAviCoderState(ports_.profile, coder.name));
+                       }),
+                       .checked = [this, &p, name = coder.name] {
+                         return IsAviTicked(p) && ReadAviCoder(ports_.profile) == name;
+                       }});
     }
     if (items.empty()) items.push_back({.text = "stub", .enabled = [] { return false; }});
     return items;
@@ -439,8 +443,7 @@ std::vector<MenuCommand> WindowPresenter::PreferencesMenu() {
                             },
                         .checked = [&p, value] { return p.hintLanguage == value; }});
   }
-  return {Popup("Cache Size", std::move(cacheSize)),
-          Popup("Rendering Format", std::move(format)),
+  return {Popup("Cache Size", std::move(cacheSize)), Popup("Rendering Format", std::move(format)),
           Popup("Overlay Alignment", std::move(alignment)),
           Popup("Overlay Alpha", std::move(alpha)),
           Popup("Property Hint Language", std::move(language))};
@@ -605,11 +608,10 @@ std::vector<MenuCommand> WindowPresenter::DisplayMenu() {
   auto opacities = [this, &view](uint32_t DisplayStyle::*f) {
     std::vector<MenuCommand> items;
     for (uint32_t o : kOpacities) {
-      items.push_back(
-          {.text = std::to_string(o / 10) + "%",
-           .hint = "Sets the opacity",
-           .run = [this, f, o] { ChangeStyle([&](DisplayStyle& s) { s.*f = o; }); },
-           .checked = [&view, f, o] { return view.GetDisplayStyle().*f == o; }});
+      items.push_back({.text = std::to_string(o / 10) + "%",
+                       .hint = "Sets the opacity",
+                       .run = [this, f, o] { ChangeStyle([&](DisplayStyle& s) { s.*f = o; }); },
+                       .checked = [&view, f, o] { return view.GetDisplayStyle().*f == o; }});
     }
     return items;
   };
@@ -664,7 +666,10 @@ std::vector<MenuCommand> WindowPresenter::DisplayMenu() {
         {.text = value ? "Bilinear" : "Nearest Neighbour",
          .hint = "Sets how the overlay and the underlay are resampled",
          .run = [this, value] { ChangeStyle([&](DisplayStyle& s) { s.interpolation = value; }); },
-         .checked = [&view, value] { return (view.GetDisplayStyle().interpolation == 1) == (value == 1); }});
+         .checked =
+             [&view, value] {
+               return (view.GetDisplayStyle().interpolation == 1) == (value == 1);
+             }});
   }
   m.push_back(Popup("Interpolation", std::move(interpolation), true));
   m.push_back(flag("Inverse Mask", "Tints the outside of the mask instead of the inside",
@@ -680,9 +685,7 @@ std::vector<MenuCommand> WindowPresenter::TimeMenu() {
   auto go = [this](std::function<int32_t()> frame) {
     return Guarded([this, frame = std::move(frame)] { SetTime(frame()); });
   };
-  auto segmentOpen = [&app, &comp] {
-    return app.IsProjectOpen() && comp.GetActiveSegment() >= 0;
-  };
+  auto segmentOpen = [&app, &comp] { return app.IsProjectOpen() && comp.GetActiveSegment() >= 0; };
   auto active = [&comp] { return comp.GetSegmentObject(comp.GetActiveSegment()).GetTimeSpan(); };
   std::vector<MenuCommand> m;
   m.push_back({.text = "First Frame\tHome",
@@ -712,10 +715,11 @@ std::vector<MenuCommand> WindowPresenter::TimeMenu() {
   m.push_back({.text = "Play Forward\tSpace",
                .hint = "Plays the work area forward",
                .run = Guarded([&view] { view.set_play_state(kPlayForward); }),
-               .enabled = [&view, open] {
-                 return open() && view.play_state() != kPlayForward &&
-                        view.play_state() != kPlayBackward;
-               },
+               .enabled =
+                   [&view, open] {
+                     return open() && view.play_state() != kPlayForward &&
+                            view.play_state() != kPlayBackward;
+                   },
                .checked = [&view] { return view.play_state() == kPlayForward; }});
   m.push_back({.text = "Next Frame\tCtrl+Right",
                .hint = "Goes one frame forward",
@@ -767,12 +771,11 @@ std::vector<MenuCommand> WindowPresenter::TimeMenu() {
   std::vector<MenuCommand> rates;
   for (uint32_t rate : kFrameRates) {
     const uint32_t delay = PlayDelayOfRate(rate);
-    rates.push_back({.text = std::to_string(rate) + " fps",
-                     .hint = "Sets the playback rate",
-                     .run = [&view, delay] { view.set_play_delay(delay); },
-                     .checked = [&view, delay] {
-                       return view.GetTimeSettings().play_delay == delay;
-                     }});
+    rates.push_back(
+        {.text = std::to_string(rate) + " fps",
+         .hint = "Sets the playback rate",
+         .run = [&view, delay] { view.set_play_delay(delay); },
+         .checked = [&view, delay] { return view.GetTimeSettings().play_delay == delay; }});
   }
   m.push_back(Popup("Frame Rate", std::move(rates), true));
   return m;
@@ -813,8 +816,8 @@ std::vector<MenuCommand> WindowPresenter::TracklineMenu() {
   m.push_back({.text = "&Begin Work Area\tB",
                .hint = "Starts the work area at the current frame",
                .run = Guarded([&c] {
-                 c.SetWorkArea(c.GetCurrentTime(), std::max(c.GetWorkArea().last,
-                                                            c.GetCurrentTime() + 1));
+                 c.SetWorkArea(c.GetCurrentTime(),
+                               std::max(c.GetWorkArea().last, c.GetCurrentTime() + 1));
                }),
                .enabled = open});
   m.push_back({.text = "E&nd Work Area\tN",
@@ -891,25 +894,28 @@ std::vector<MenuCommand> WindowPresenter::ViewMenu() {
                            },
                        .checked = [this, f] { return layout_.*f; }};
   };
-  return {toggle("&Right Bar", "Shows or hides the bar on the right", &LayoutSettings::rightBarVisible),
-          toggle("&Trackline", "Shows or hides the trackline bar at the bottom",
-                 &LayoutSettings::bottomBarVisible),
-          toggle("&Status Bar", "Shows or hides the status bar", &LayoutSettings::statusBar)};
+  return {
+      toggle("&Right Bar", "Shows or hides the bar on the right", &LayoutSettings::rightBarVisible),
+      toggle("&Trackline", "Shows or hides the trackline bar at the bottom",
+             &LayoutSettings::bottomBarVisible),
+      toggle("&Status Bar", "Shows or hides the status bar", &LayoutSettings::statusBar)};
 }
 
 std::vector<MenuCommand> WindowPresenter::HelpMenu() {
   Velomar& app = ports_.app;
   return {{.text = "Velomar Manual...",
            .hint = "Opens the user's manual",
-           .run = [this] {
-             if (ports_.actions.manual) ports_.actions.manual();
-           },
+           .run =
+               [this] {
+                 if (ports_.actions.manual) ports_.actions.manual();
+               },
            .enabled = [&app] { return CanManual(app.GetCommandState()); }},
           {.text = "&About Velomar...",
            .hint = "Shows the program's version and licence",
-           .run = [this] {
-             if (ports_.actions.about) ports_.actions.about();
-           },
+           .run =
+               [this] {
+                 if (ports_.actions.about) ports_.actions.about();
+               },
            .enabled = [&app] { return CanAbout(app.GetCommandState()); }}};
 }
 

@@ -68,10 +68,10 @@ struct MenuCommand {
   std::string text;
   std::string hint;
   std::function<void()> run;
-  std::function<bool()> enabled;         // empty: always enabled
-  std::function<bool()> checked;         // empty: no tick mark
-  std::function<std::string()> label;    // empty: `text` stays
-  std::vector<MenuCommand> items;        // a fixed pop-up
+  std::function<bool()> enabled;                   // empty: always enabled
+  std::function<bool()> checked;                   // empty: no tick mark
+  std::function<std::string()> label;              // empty: `text` stays
+  std::vector<MenuCommand> items;                  // a fixed pop-up
   std::function<std::vector<MenuCommand>()> fill;  // a pop-up made at each opening
   bool separator = false;
   // Enabled and disabled as a group with the project (pop-ups that the

@@ -62,8 +62,8 @@ class Session : public ::testing::Test {
       std::snprintf(name, sizeof name, "shot_%04d.bmp", i + 1);
       img::native_writer().write(dir / name, "BMP", frame, false);
     }
-    desktop = std::make_unique<gui::Desktop>(gui::DesktopOptions{
-        .dialogs = &dialogs, .profile = &profile, .link_path = dir / "VLApp"});
+    desktop = std::make_unique<gui::Desktop>(
+        gui::DesktopOptions{.dialogs = &dialogs, .profile = &profile, .link_path = dir / "VLApp"});
     frame_ = &desktop->frame();
     frame_->resize(1200, 860);
     frame_->show();
@@ -91,6 +91,7 @@ class Session : public ::testing::Test {
     return view().grab().toImage();
   }
   QImage Screenshot(const std::string& name) {
+    frame_->refresh();
     const QImage shot = frame_->grab().toImage();
     EXPECT_TRUE(shot.save(QString::fromStdString(Artifact(name))));
     return shot;
@@ -133,6 +134,13 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   comp().SetCurrentTime(shot.key_frame);
   Trigger("Segment/New Segment");
   ASSERT_EQ(comp().GetSegmentCount(), 1);
+  // The segment spans the whole shot: its back end on the first frame, its
+  // front end on the last, as the Trackline menu sets them.
+  comp().SetCurrentTime(0);
+  Trigger("Trackline/Set Segment Back");
+  comp().SetCurrentTime(shot.frames - 1);
+  Trigger("Trackline/Set Segment Front");
+  ASSERT_EQ(comp().GetSegmentObject(0).GetTimeSpan(), (My::Span{0, shot.frames}));
 
   // Paint the plate's mask on the key frame.
   Trigger("Display/Edit Mask");
@@ -145,7 +153,8 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   }
   const QImage painted = Settled();
   Screenshot("2-mask-painting.png");
-  const double cx = shot.plate_left + shot.plate_width / 2, cy = shot.plate_top + shot.plate_height / 2;
+  const double cx = shot.plate_left + shot.plate_width / 2,
+               cy = shot.plate_top + shot.plate_height / 2;
   // Inside, the mask colour (blue by default) tints the picture; outside it stays.
   EXPECT_GT(Blue(At(painted, cx, cy)) - Blue(At(before, cx, cy)), 40);
   EXPECT_LT(Red(At(painted, cx, cy)), Red(At(before, cx, cy)));
@@ -157,10 +166,12 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   std::set<int32_t> shown;
   Trigger("Segment/Process");
   EXPECT_EQ(desktop->view().play_state(), app::kFollowTracker);
-  ASSERT_TRUE(WaitFor([&] {
-    shown.insert(comp().GetPreviewTime());
-    return !comp().GetSegmentObject(0).IsProcessing();
-  }, 60000));
+  ASSERT_TRUE(WaitFor(
+      [&] {
+        shown.insert(comp().GetPreviewTime());
+        return !comp().GetSegmentObject(0).IsProcessing();
+      },
+      60000));
   const My::Span data = comp().GetSegmentObject(0).GetDataSpan();
   EXPECT_EQ(data.first, 0);
   EXPECT_EQ(data.last, shot.frames);
@@ -181,21 +192,27 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   Trigger("File/Import Overlay...");
   ASSERT_FALSE(comp().GetOverlay().IsEmpty());
   EXPECT_EQ(dialogs.questions().back().text, "Still overlay imported.");
+  // Placed on the plate, as the overlay's properties place it.
+  const types::affine placement =
+      types::affine::translation(shot.plate_left + 10, shot.plate_top + 10);
+  comp().GetInterface().GetOverlay().SetInitialTransform(placement);
 
   // Play a few frames.
-  const int32_t start = comp().GetCurrentTime();
+  comp().SetCurrentTime(0);
   Trigger("Time/Play Forward");
-  ASSERT_TRUE(WaitFor([&] { return comp().GetCurrentTime() >= start + 4; }, 10000));
+  ASSERT_TRUE(WaitFor([&] { return comp().GetPreviewTime() >= 4; }, 10000));
   Trigger("Time/Pause");
   EXPECT_EQ(desktop->view().play_state(), app::kStopped);
 
   // The overlay rides on the plate: its centre goes where the true motion takes it.
   const int32_t frame = shot.frames - 2;
+  Trigger("Display/Mask");  // the mask's tint off: the overlay in its own colour
   comp().SetCurrentTime(frame);
   const QImage tracked = Settled();
   Screenshot("3-tracked-overlay.png");
-  const types::affine motion =
-      shot.plate_motion(frame) * shot.plate_motion(comp().GetOverlay().GetMatch()).inverse();
+  const types::affine motion = shot.plate_motion(frame) *
+                               shot.plate_motion(comp().GetOverlay().GetMatch()).inverse() *
+                               placement;
   double ox, oy;
   motion.apply(30.0, 20.0, ox, oy);
   EXPECT_EQ(At(tracked, ox, oy) & 0xFFFFFF, 0xFF0000u) << "overlay centre at " << ox << "," << oy;

@@ -2,8 +2,8 @@
 // A private X server for the window's end-to-end session.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+#include <string>
 
 namespace gui_testing {
 
