@@ -17,6 +17,7 @@
 
 #include "app/commands/application.h"
 #include "app/commands/project_files.h"
+#include "app/edit/mask_editor.h"
 #include "app/link/host_launcher.h"
 #include "app/link/host_link.h"
 #include "app/link/sleeper.h"
@@ -26,6 +27,8 @@
 #include "gui/main_frame.h"
 #include "gui/qt_ports.h"
 #include "gui/view_widget.h"
+#include "gui/widgets/property_grid.h"
+#include "gui/widgets/trackline.h"
 #include "imaging/global_cache.h"
 #include "imaging/prefetcher.h"
 
@@ -57,6 +60,7 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
   // A message's failure is reported like a command's: the loop goes on.
   queue_->run = [this](const std::function<void()>& execute) {
     app_->Run(execute);
+    if (editor_) editor_->Sync();
     if (presenter_) presenter_->Publish();
   };
   const uint32_t workspace = WorkspaceColour();
@@ -68,6 +72,8 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
                                                          .cache = img::global_cache(),
                                                          .workspace_colour = workspace});
   frame_->view().set_view(view_.get());
+  editor_ = std::make_unique<app::MaskEditor>(app_->GetComposition(), &frame_->view());
+  frame_->view().set_editor(editor_.get());
   launcher_ = std::make_unique<app::link::HostLauncher>(*profile_);
   link_ = std::make_unique<app::link::HostLink>(
       app::link::HostLinkPorts{.app = *app_, .host = launcher_.get()});
@@ -119,6 +125,9 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
   actions.layoutChanged = [frame] { frame->show_bars(); };
   actions.pump = [] { QCoreApplication::processEvents(QEventLoop::AllEvents, 5); };
   actions.enableWindow = [frame](bool enable) { frame->menuBar()->setEnabled(enable); };
+  actions.hintLanguageChanged = [this] {
+    if (grid_) grid_->Rebuild();
+  };
   presenter_ =
       std::make_unique<app::WindowPresenter>(app::WindowPorts{.app = *app_,
                                                               .view = *view_,
@@ -130,6 +139,33 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
                                                               .actions = actions,
                                                               .workspace_colour = workspace});
   frame_->attach(*presenter_);
+
+  VLComp& comp = app_->GetComposition();
+  grid_ = new VLPropertyGrid(comp);
+  grid_->setMinimumHeight(240);
+  grid_->reportError = [this](const std::string& text) { app_->ReportError(text); };
+  frame_->add_right_panel(grid_, grid_->Title().toStdString(), 1);
+  QObject::connect(grid_, &VLPropertyGrid::titleChanged, frame_.get(),
+                   [frame](const QString& title) { frame->set_grid_title(title); });
+  trackline_ = new VLTrackline(comp);
+  frame_->set_trackline(trackline_);
+  // The composition has one listener, the trackline: the window hears it there.
+  QObject::connect(trackline_, &VLTrackline::changed, frame_.get(), [this] {
+    grid_->Refresh();
+    frame_->view().update();
+  });
+  for (const app::ToolKind kind : {app::ToolKind::Brush, app::ToolKind::Fill}) {
+    auto* tool = new QAction(kind == app::ToolKind::Brush ? "Brush" : "Paint Bucket", frame);
+    tool->setCheckable(true);
+    tool->setStatusTip(app::MaskEditor::ToolHint(kind));
+    QObject::connect(tool, &QAction::triggered, frame, [this, kind] {
+      if (editor_->IsEditing()) editor_->SelectTool(kind);
+    });
+    frame_->add_tool(tool, [this, kind](QAction* a) {
+      a->setEnabled(editor_->IsEditing());
+      a->setChecked(editor_->IsEditing() && editor_->GetToolKind() == kind);
+    });
+  }
   presenter_->Publish();
 }
 
@@ -141,6 +177,8 @@ Desktop::~Desktop() {
   }
   frame_->store_layout();
   presenter_.reset();
+  frame_->view().set_editor(nullptr);
+  editor_.reset();
   sleeper_.reset();
   link_.reset();
   frame_->view().set_view(nullptr);

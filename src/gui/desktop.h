@@ -11,7 +11,11 @@
 
 #include "app/commands/window_presenter.h"
 
+class VLPropertyGrid;
+class VLTrackline;
+
 namespace app {
+class MaskEditor;
 class Processor;
 class ProfileStore;
 class UserDialogs;
@@ -52,6 +56,9 @@ class Desktop {
   MainFrame& frame() { return *frame_; }
   app::Velomar& app() { return *app_; }
   app::VLView& view() { return *view_; }
+  app::MaskEditor& editor() { return *editor_; }
+  VLTrackline& trackline() { return *trackline_; }
+  VLPropertyGrid& property_grid() { return *grid_; }
   app::WindowPresenter& presenter() { return *presenter_; }
   app::Processor& processor() { return *processor_; }
   app::UserDialogs& dialogs() { return *dialogs_; }
@@ -77,6 +84,9 @@ class Desktop {
   std::unique_ptr<app::Processor> processor_;
   std::unique_ptr<app::Velomar> app_;
   std::unique_ptr<app::VLView> view_;
+  std::unique_ptr<app::MaskEditor> editor_;
+  VLTrackline* trackline_ = nullptr;  // owned by the frame
+  VLPropertyGrid* grid_ = nullptr;    // owned by the frame
   std::unique_ptr<app::link::HostLauncher> launcher_;
   std::unique_ptr<app::link::HostLink> link_;
   std::unique_ptr<app::link::Sleeper> sleeper_;

@@ -102,13 +102,41 @@ QGroupBox* MainFrame::panel(const char* title, QVBoxLayout* into) {
   return box;
 }
 
-void MainFrame::add_right_panel(QWidget* widget, int stretch) {
-  right_layout_->insertWidget(right_layout_->count() - 1, widget, stretch);
+void MainFrame::add_right_panel(QWidget* widget, const std::string& title, int stretch) {
+  // Before the Tools panel and the closing stretch.
+  auto* box = new QGroupBox(Q(title));
+  QFont tiny = box->font();
+  tiny.setPixelSize(11);
+  box->setFont(tiny);
+  auto* layout = new QVBoxLayout(box);
+  layout->setContentsMargins(2, 2, 2, 2);
+  layout->addWidget(widget);
+  right_layout_->insertWidget(right_layout_->count() - 2, box, stretch);
+  grid_box_ = box;
+  // With a stretching panel the bar needs no stretch of its own.
+  if (stretch > 0) right_layout_->setStretch(right_layout_->count() - 1, 0);
+}
+
+void MainFrame::set_grid_title(const QString& title) {
+  if (grid_box_) grid_box_->setTitle(title);
+}
+
+void MainFrame::add_tool(QAction* action, std::function<void(QAction*)> update) {
+  auto* b = new QToolButton;
+  b->setDefaultAction(action);
+  b->setToolButtonStyle(Qt::ToolButtonTextOnly);
+  b->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+  const int i = tools_layout_->count();
+  tools_layout_->addWidget(b, i / 2, i % 2);
+  addAction(action);
+  tools_.emplace_back(action, std::move(update));
 }
 
 void MainFrame::set_trackline(QWidget* trackline) {
   if (!trackline_box_) return;
-  if (time_slider_) time_slider_->hide();
+  // The trackline moves the time itself: the plain slider goes.
+  delete time_slider_;
+  time_slider_ = nullptr;
   trackline_ = trackline;
   trackline_box_->layout()->addWidget(trackline);
 }
@@ -357,6 +385,7 @@ void MainFrame::build_panels() {
 }
 
 void MainFrame::refresh_panels() {
+  for (const auto& [action, update] : tools_) update(action);
   VLComp& comp = presenter_->App().GetComposition();
   const QString info = Q(presenter_->InfoText());
   if (info_ && info_->text() != info) info_->setText(info);

@@ -11,6 +11,7 @@
 #include <QList>
 #include <QMainWindow>
 #include <QTimer>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,8 +55,11 @@ class MainFrame : public QMainWindow {
   QWidget* right_bar() const;
   QWidget* bottom_bar() const;
   // The bars hold further panels (the property grid, the trackline) here.
-  void add_right_panel(QWidget* panel, int stretch = 0);
+  void add_right_panel(QWidget* panel, const std::string& title, int stretch = 0);
+  void set_grid_title(const QString& title);
   void set_trackline(QWidget* trackline);
+  // A button of the Tools panel; `update` sets its state at each refresh.
+  void add_tool(QAction* action, std::function<void(QAction*)> update);
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -98,6 +102,8 @@ class MainFrame : public QMainWindow {
   QLineEdit* time_field_ = nullptr;
   QLabel* info_ = nullptr;
   QGridLayout* tools_layout_ = nullptr;
+  class QGroupBox* grid_box_ = nullptr;
+  std::vector<std::pair<QAction*, std::function<void(QAction*)>>> tools_;
   QTimer idle_;
   QTimer link_idle_;
 };

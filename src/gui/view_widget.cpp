@@ -9,7 +9,10 @@
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
+#include "app/edit/brush_tool.h"
+#include "app/edit/mask_editor.h"
 #include "app/preview/view.h"
 
 namespace gui {
@@ -108,23 +111,125 @@ void ViewWidget::paintEvent(QPaintEvent* event) {
   }
   // Smoothing below one screen pixel per picture pixel, plain pixels above.
   painter.setRenderHint(QPainter::SmoothPixmapTransform, zoom_ <= 1.0);
-  const bool drawn =
-      view_->paint({x0, y0, uint32_t(x1 - x0), uint32_t(y1 - y0)},
-                   [&](const img::image& picture, app::PixelRect part) {
-                     // The picture's bytes run blue, green, red, alpha: Qt's RGB32 on a
-                     // little-endian machine. Wrapped, not copied.
-                     const QImage image(picture.data, int(picture.width), int(picture.height),
-                                        qsizetype(picture.stride), QImage::Format_RGB32);
-                     const QRect source(part.x, part.y, int(part.width), int(part.height));
-                     const QRectF target(to_widget(QPointF(x0, y0)),
-                                         QSizeF(part.width * zoom_, part.height * zoom_));
-                     if (picture.top_down)
-                       painter.drawImage(target, image, source);
-                     else  // rows stored bottom first
-                       painter.drawImage(target, image.mirrored(false, true), source);
-                   });
+  const app::PixelRect area{x0, y0, uint32_t(x1 - x0), uint32_t(y1 - y0)};
+  const auto draw = [&](const img::image& picture, app::PixelRect part) {
+    // The picture's bytes run blue, green, red, alpha: Qt's RGB32 on a
+    // little-endian machine. Wrapped, not copied.
+    const QImage image(picture.data, int(picture.width), int(picture.height),
+                       qsizetype(picture.stride), QImage::Format_RGB32);
+    const QRect source(part.x, part.y, int(part.width), int(part.height));
+    const QRectF target(to_widget(QPointF(x0, y0)),
+                        QSizeF(part.width * zoom_, part.height * zoom_));
+    if (picture.top_down)
+      painter.drawImage(target, image, source);
+    else  // rows stored bottom first
+      painter.drawImage(target, image.mirrored(false, true), source);
+  };
+  // The editor tints its working mask, which may be ahead of the segment's.
+  const bool drawn = editing() ? editor_->Paint(*view_, area, draw) : view_->paint(area, draw);
   if (drawn) ++frames_painted_;
-  if (tool_) tool_->paint_over(painter, [this](QPointF p) { return to_widget(p); });
+  outline_ = QRect();
+  if (editing()) {
+    const app::BrushOutline outline = editor_->GetOutline();
+    if (outline.shown) {
+      const QPointF c = to_widget(QPointF(outline.centre.x, outline.centre.y));
+      const double radius = std::trunc(outline.radius * zoom_);
+      painter.setRenderHint(QPainter::Antialiasing, false);
+      painter.setPen(QPen(Qt::white, outline.penWidth));
+      // Seen on any picture: the outline inverts what lies under it.
+      painter.setCompositionMode(QPainter::RasterOp_SourceXorDestination);
+      painter.drawEllipse(c, radius, radius);
+      outline_ = OutlineRect(c, radius);
+    }
+  }
+}
+
+QRect ViewWidget::OutlineRect(QPointF centre, double radius) {
+  return QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius)
+      .toAlignedRect()
+      .adjusted(-3, -3, 3, 3);
+}
+
+bool ViewWidget::editing() const {
+  return editor_ && view_ && editor_->IsEditing();
+}
+
+QRect ViewWidget::to_widget(app::PixelRect rect) const {
+  const QPointF a = to_widget(QPointF(rect.x, rect.y));
+  const QPointF b = to_widget(QPointF(double(rect.x) + rect.width, double(rect.y) + rect.height));
+  return QRectF(a, b).toAlignedRect().adjusted(-1, -1, 1, 1);
+}
+
+void ViewWidget::SetEditMode(bool on) {
+  if (view_) view_->set_view_mode(on ? 1 : 0);
+  update();
+}
+
+void ViewWidget::SetToolCursor(app::ToolCursor cursor) {
+  setCursor(cursor == app::ToolCursor::Fill ? Qt::PointingHandCursor : Qt::CrossCursor);
+}
+
+void ViewWidget::RepaintNow(app::PixelRect rect) {
+  // A stroke shows while it is made: painted before the next mouse move.
+  repaint(to_widget(rect));
+}
+
+void ViewWidget::OutlineChanged() {
+  QRect now;
+  if (editing()) {
+    const app::BrushOutline o = editor_->GetOutline();
+    if (o.shown)
+      now = OutlineRect(to_widget(QPointF(o.centre.x, o.centre.y)), std::trunc(o.radius * zoom_));
+  }
+  update(outline_.united(now));
+}
+
+namespace {
+app::ImagePoint Point(QPointF p) {
+  return {float(p.x()), float(p.y())};
+}
+// The tools' keys; nothing for the others.
+std::optional<app::EditKey> EditKeyOf(const QKeyEvent* e) {
+  const bool keypad = e->modifiers() & Qt::KeypadModifier;
+  switch (e->key()) {
+    case Qt::Key_Alt:
+      return app::EditKey::Alt;
+    case Qt::Key_BracketRight:
+      return app::EditKey::Enlarge;
+    case Qt::Key_BracketLeft:
+      return app::EditKey::Reduce;
+    case Qt::Key_Plus:
+      return keypad ? std::optional(app::EditKey::Enlarge) : std::nullopt;
+    case Qt::Key_Minus:
+      return keypad ? std::optional(app::EditKey::Reduce) : std::nullopt;
+    default:
+      return std::nullopt;
+  }
+}
+bool IsToolKey(const QKeyEvent* e) {
+  return EditKeyOf(e) || e->key() == Qt::Key_B || e->key() == Qt::Key_G;
+}
+}  // namespace
+
+bool ViewWidget::event(QEvent* e) {
+  if (e->type() == QEvent::ShortcutOverride && editing()) {
+    auto* key = static_cast<QKeyEvent*>(e);
+    if (IsToolKey(key) && !(key->modifiers() & (Qt::ControlModifier | Qt::AltModifier))) {
+      e->accept();
+      return true;
+    }
+  }
+  return QWidget::event(e);
+}
+
+void ViewWidget::enterEvent(QEnterEvent* e) {
+  if (editing()) editor_->PointerEnter();
+  QWidget::enterEvent(e);
+}
+
+void ViewWidget::leaveEvent(QEvent* e) {
+  if (editing()) editor_->PointerLeave();
+  QWidget::leaveEvent(e);
 }
 
 void ViewWidget::wheelEvent(QWheelEvent* event) {
@@ -151,7 +256,10 @@ void ViewWidget::mousePressEvent(QMouseEvent* event) {
     setCursor(Qt::ClosedHandCursor);
     return;
   }
-  if (tool_) tool_->press(to_image(event->position()), event->button(), event->modifiers());
+  if (editing() && (event->button() == Qt::LeftButton || event->button() == Qt::RightButton))
+    editor_->MouseDown(
+        event->button() == Qt::LeftButton ? app::MouseButton::Left : app::MouseButton::Right,
+        Point(to_image(event->position())));
 }
 
 void ViewWidget::mouseMoveEvent(QMouseEvent* event) {
@@ -162,7 +270,7 @@ void ViewWidget::mouseMoveEvent(QMouseEvent* event) {
     update();
     return;
   }
-  if (tool_) tool_->move(to_image(event->position()), event->buttons());
+  if (editing()) editor_->MouseMove(Point(to_image(event->position())));
 }
 
 void ViewWidget::mouseReleaseEvent(QMouseEvent* event) {
@@ -171,15 +279,34 @@ void ViewWidget::mouseReleaseEvent(QMouseEvent* event) {
     unsetCursor();
     return;
   }
-  if (tool_) tool_->release(to_image(event->position()), event->button());
+  if (editing() && (event->button() == Qt::LeftButton || event->button() == Qt::RightButton))
+    editor_->MouseUp(
+        event->button() == Qt::LeftButton ? app::MouseButton::Left : app::MouseButton::Right,
+        Point(to_image(event->position())));
 }
 
 void ViewWidget::keyPressEvent(QKeyEvent* event) {
-  if (tool_ && tool_->key(event->key(), event->modifiers())) {
-    event->accept();
-    return;
+  if (editing()) {
+    if (event->key() == Qt::Key_B || event->key() == Qt::Key_G) {
+      editor_->SelectTool(event->key() == Qt::Key_B ? app::ToolKind::Brush : app::ToolKind::Fill);
+      return;
+    }
+    if (const auto key = EditKeyOf(event)) {
+      editor_->KeyDown(*key);  // repeats too: the step grows with them
+      return;
+    }
   }
   QWidget::keyPressEvent(event);
+}
+
+void ViewWidget::keyReleaseEvent(QKeyEvent* event) {
+  if (editing() && !event->isAutoRepeat()) {
+    if (const auto key = EditKeyOf(event)) {
+      editor_->KeyUp(*key);
+      return;
+    }
+  }
+  QWidget::keyReleaseEvent(event);
 }
 
 }  // namespace gui

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The preview's window: draws what the preview logic (app::VLView) has on
-// show, zooms (0.01 to 100) and pans, runs the play timer, and hands mouse
-// and keys to a tool (the mask editor) while one is set.
+// show, zooms (0.01 to 100) and pans, runs the play timer, and while a mask
+// is edited hands mouse and keys to the mask editor and draws its tint and
+// brush outline.
 #pragma once
 
 #include <QPointF>
@@ -9,28 +10,17 @@
 #include <QWidget>
 #include <functional>
 
+#include "app/edit/edit_tool.h"
 #include "app/ports.h"
 
 namespace app {
+class MaskEditor;
 class VLView;
-}
+}  // namespace app
 
 namespace gui {
 
-// What the view hands to the mask editor, in picture pixels.
-class ViewTool {
- public:
-  virtual ~ViewTool() = default;
-  virtual void press(QPointF at, Qt::MouseButton button, Qt::KeyboardModifiers modifiers) = 0;
-  virtual void move(QPointF at, Qt::MouseButtons buttons) = 0;
-  virtual void release(QPointF at, Qt::MouseButton button) = 0;
-  // True when the key was used.
-  virtual bool key(int key, Qt::KeyboardModifiers modifiers) = 0;
-  // Drawn over the picture (the brush outline), in widget coordinates.
-  virtual void paint_over(class QPainter&, const std::function<QPointF(QPointF)>& /*to_widget*/) {}
-};
-
-class ViewWidget : public QWidget, public app::ViewSurface {
+class ViewWidget : public QWidget, public app::ViewSurface, public app::MaskEditSurface {
  public:
   static constexpr double kMinZoom = 0.01;
   static constexpr double kMaxZoom = 100.0;
@@ -38,8 +28,8 @@ class ViewWidget : public QWidget, public app::ViewSurface {
   explicit ViewWidget(QWidget* parent = nullptr);
   // The logic it draws for; null before it exists and after it is gone.
   void set_view(app::VLView* view);
-  void set_tool(ViewTool* tool) { tool_ = tool; }
-  ViewTool* tool() const { return tool_; }
+  void set_editor(app::MaskEditor* editor) { editor_ = editor; }
+  bool editing() const;
 
   double zoom() const { return zoom_; }
   // Zooms about `anchor` (widget coordinates), clamped to the range.
@@ -53,6 +43,7 @@ class ViewWidget : public QWidget, public app::ViewSurface {
   QPointF offset() const { return offset_; }
   QPointF to_image(QPointF widget_point) const { return (widget_point - offset_) / zoom_; }
   QPointF to_widget(QPointF image_point) const { return image_point * zoom_ + offset_; }
+  QRect to_widget(app::PixelRect rect) const;
   QSize image_size() const { return image_size_; }
   // How many frames the paint events drew (benchmarks and tests).
   uint64_t frames_painted() const { return frames_painted_; }
@@ -63,6 +54,14 @@ class ViewWidget : public QWidget, public app::ViewSurface {
   void stop_play_timer() override;
   void set_image_size(uint32_t width, uint32_t height) override;
 
+  // app::MaskEditSurface.
+  void SetEditMode(bool on) override;
+  void SetToolCursor(app::ToolCursor cursor) override;
+  void RepaintNow(app::PixelRect rect) override;
+  void RepaintAll() override { update(); }
+  void OutlineChanged() override;
+  bool IsPointerInside() const override { return underMouse(); }
+
  protected:
   void paintEvent(QPaintEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
@@ -70,11 +69,18 @@ class ViewWidget : public QWidget, public app::ViewSurface {
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void keyReleaseEvent(QKeyEvent* event) override;
+  void enterEvent(QEnterEvent* event) override;
+  void leaveEvent(QEvent* event) override;
+  // While editing, the tools' keys reach the view before the menus' keys.
+  bool event(QEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
 
  private:
   app::VLView* view_ = nullptr;
-  ViewTool* tool_ = nullptr;
+  static QRect OutlineRect(QPointF centre, double radius);
+  app::MaskEditor* editor_ = nullptr;
+  QRect outline_;  // where the brush outline was drawn, widget pixels
   QTimer timer_;
   double zoom_ = 1.0;
   QPointF offset_;

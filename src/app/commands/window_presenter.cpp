@@ -8,6 +8,7 @@
 #include "app/commands/command_rules.h"
 #include "app/commands/preferences_menu.h"
 #include "app/commands/transform_commands.h"
+#include "app/edit/mask_editor.h"
 #include "app/link/host_launcher.h"
 #include "app/link/host_link.h"
 #include "app/link/link_rules.h"
@@ -170,6 +171,8 @@ void WindowPresenter::Publish() {
 std::function<void()> WindowPresenter::Guarded(std::function<void()> command) {
   return [this, command = std::move(command)] {
     ports_.app.Run(command);
+    // The core may have ended an edit (Process, a delete, Close).
+    if (ports_.editor) ports_.editor->Sync();
     Publish();
   };
 }
@@ -188,6 +191,16 @@ bool WindowPresenter::CanEditMask() const {
 void WindowPresenter::SetEditMode(bool on) {
   VLComp& comp = ports_.app.GetComposition();
   if (on && !CanEditMask()) return;
+  if (MaskEditor* editor = ports_.editor) {
+    editor->End();
+    if (on) {
+      VLSegment& segment = comp.GetSegmentObject(comp.GetActiveSegment());
+      // The mask is painted on the key frame: show it.
+      comp.SetCurrentTime(segment.GetInterface().GetOrigin());
+      editor->Begin(segment);
+    }
+    return;
+  }
   if (VLSegment* edited = comp.GetEditedSegment()) {
     edited->GetInterface().EndEdit();
     comp.SetEditedSegment(nullptr);
@@ -440,6 +453,8 @@ std::vector<MenuCommand> WindowPresenter::PreferencesMenu() {
                               p.hintLanguage = value;
                               SetHintLanguage(value);
                               ports_.app.GetComposition().RefreshPanel();
+                              if (ports_.actions.hintLanguageChanged)
+                                ports_.actions.hintLanguageChanged();
                             },
                         .checked = [&p, value] { return p.hintLanguage == value; }});
   }

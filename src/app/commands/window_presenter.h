@@ -33,6 +33,7 @@ class HostLauncher;
 namespace app {
 
 class Clipboard;
+class MaskEditor;
 class ProfileStore;
 class VLView;
 class Velomar;
@@ -101,6 +102,8 @@ struct WindowActions {
   std::function<void()> pump;
   // A render starts (false) and ends (true): the window is held meanwhile.
   std::function<void(bool)> enableWindow;
+  // The hint language changed: the property grid builds its rows again.
+  std::function<void()> hintLanguageChanged;
 };
 
 struct WindowPorts {
@@ -111,6 +114,8 @@ struct WindowPorts {
   Clipboard* clipboard = nullptr;
   link::HostLink* link = nullptr;
   link::HostLauncher* host = nullptr;
+  // Edit Mask paints through it; null: the segment is only marked edited.
+  MaskEditor* editor = nullptr;
   WindowActions actions = {};
   // The workspace colour as a stored colour (blue in the low byte): the
   // "System" background.

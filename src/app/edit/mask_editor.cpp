@@ -49,7 +49,9 @@ uint32_t MaskEditor::GetHeight() const {
 }
 
 bool MaskEditor::Begin(VLSegment& segment) {
-  End();
+  // Not End(): its Sync() begins the composition's edited segment, which
+  // calls Begin again, without end.
+  if (segment_) EndLocally();
   segment.GetInterface().BeginEdit();
   if (comp_.GetEditedSegment() != &segment) return false;
   segment_ = &segment;

@@ -17,6 +17,8 @@
 #include <set>
 
 #include "app/commands/application.h"
+#include "app/edit/brush_tool.h"
+#include "app/edit/mask_editor.h"
 #include "app/model/comp.h"
 #include "app/preview/view.h"
 #include "app/profile_store.h"
@@ -146,11 +148,30 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   Trigger("Display/Edit Mask");
   ASSERT_EQ(desktop->view().view_mode(), 1u);
   const QImage before = Settled();
-  {
-    img::bitmap<img::bit1> mask;
-    shot.plate_mask(mask);
-    comp().GetSegmentObject(0).GetInterface().SetMask(mask);
+  // Strokes of the brush over the plate, each one undo step; one press of
+  // "]" makes the brush a pixel larger.
+  app::MaskEditor& editor = desktop->editor();
+  ASSERT_TRUE(editor.IsEditing());
+  const size_t steps = comp().GetActionQueue().GetSize();
+  view().setFocus();
+  QTest::keyClick(&view(), Qt::Key_BracketRight);
+  ASSERT_EQ(editor.GetBrush().GetRadius(), app::CBrushTool::kInitialRadius + 1);
+  auto at = [&](double x, double y) { return view().to_widget(QPointF(x, y)).toPoint(); };
+  const double left = shot.plate_left + 22, right = shot.plate_left + shot.plate_width - 22;
+  for (const double y : {shot.plate_top + 22, shot.plate_top + 50, shot.plate_top + 78}) {
+    QTest::mousePress(&view(), Qt::LeftButton, {}, at(left, y));
+    for (double x = left; x <= right; x += 4) QTest::mouseMove(&view(), at(x, y));
+    QTest::mouseRelease(&view(), Qt::LeftButton, {}, at(right, y));
   }
+  EXPECT_EQ(comp().GetActionQueue().GetSize(), steps + 3);
+  EXPECT_EQ(comp().GetActionQueue().GetUndoName(), "Brush");
+  const VL::Mask& mask = comp().GetSegmentObject(0).GetMask();
+  const auto bit = [&](double x, double y) {
+    return (mask.rows[size_t(y)][size_t(x) >> 3] & (128 >> (size_t(x) & 7))) != 0;
+  };
+  EXPECT_TRUE(bit(left, shot.plate_top + 50));
+  EXPECT_TRUE(bit(right, shot.plate_top + 22));
+  EXPECT_FALSE(bit(shot.plate_left - 5, shot.plate_top + 50));
   const QImage painted = Settled();
   Screenshot("2-mask-painting.png");
   const double cx = shot.plate_left + shot.plate_width / 2,
