@@ -229,8 +229,10 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   const int32_t frame = shot.frames - 2;
   Trigger("Display/Mask");  // the mask's tint off: the overlay in its own colour
   comp().SetCurrentTime(frame);
-  const QImage tracked = Settled();
-  Screenshot("3-tracked-overlay.png");
+  Settled();
+  // The saved picture itself is checked: what the user sees.
+  const QImage tracked =
+      Screenshot("3-tracked-overlay.png").copy(QRect(view().mapTo(frame_, QPoint(0, 0)), view().size()));
   const types::affine motion = shot.plate_motion(frame) *
                                shot.plate_motion(comp().GetOverlay().GetMatch()).inverse() *
                                placement;
