@@ -8,6 +8,7 @@
 #include "app/commands/command_rules.h"
 #include "app/commands/project_files.h"
 #include "app/commands/window_presenter.h"
+#include "app/edit/mask_editor.h"
 #include "app/message_queue.h"
 #include "app/model/comp.h"
 #include "app/preview/view.h"
@@ -227,6 +228,35 @@ TEST(WindowPresenter, DisplayAndTimeEntriesChangeTheView) {
   f.Entry(menus, "&Display", "Preview").run();
   EXPECT_EQ(f.view.view_mode(), 0u);
   EXPECT_EQ(f.app.GetComposition().GetEditedSegment(), nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(WindowPresenter, EditMaskGoesThroughTheEditorEvenWhenTheCoreMarkedAnEdit) {
+  PresenterFixture f;
+  f.OpenWithSegment();
+  app::MaskEditor editor(f.app.GetComposition());
+  f.presenter.emplace(app::WindowPorts{.app = f.app,
+                                       .view = f.view,
+                                       .profile = f.profile,
+                                       .cache = img::global_cache(),
+                                       .editor = &editor});
+  VLSegment& segment = f.app.GetComposition().GetSegmentObject(0);
+  // Marked edited by the core, not yet by the editor: the next look follows it.
+  segment.GetInterface().BeginEdit();
+  editor.Sync();
+  EXPECT_EQ(editor.GetSegment(), &segment);
+  const auto menus = f.presenter->Menus();
+  f.Entry(menus, "&Display", "Preview").run();
+  EXPECT_FALSE(editor.IsEditing());
+  EXPECT_EQ(f.app.GetComposition().GetEditedSegment(), nullptr);
+  f.Entry(menus, "&Display", "Edit Mask\tM").run();
+  EXPECT_EQ(editor.GetSegment(), &segment);
+  // Whatever a command does to the edit, the editor agrees with the core after it.
+  f.Entry(menus, "&Segment", "&New Segment\tCtrl+Shift+N").run();
+  EXPECT_EQ(f.app.GetComposition().GetEditedSegment() == nullptr, !editor.IsEditing());
 }
 
 }  // namespace

@@ -231,8 +231,8 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   comp().SetCurrentTime(frame);
   Settled();
   // The saved picture itself is checked: what the user sees.
-  const QImage tracked =
-      Screenshot("3-tracked-overlay.png").copy(QRect(view().mapTo(frame_, QPoint(0, 0)), view().size()));
+  const QImage tracked = Screenshot("3-tracked-overlay.png")
+                             .copy(QRect(view().mapTo(frame_, QPoint(0, 0)), view().size()));
   const types::affine motion = shot.plate_motion(frame) *
                                shot.plate_motion(comp().GetOverlay().GetMatch()).inverse() *
                                placement;
