@@ -140,3 +140,22 @@ TEST(CrashReport, ShownOnceAndTheFileStays) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Manual, IsWrittenWhereTheBrowserCanOpenIt) {
+  testing_support::TempDir dir;
+  qputenv("XDG_CACHE_HOME", QByteArray::fromStdString(dir.path().string()));
+  const std::string path = gui::WriteManual();
+  qunsetenv("XDG_CACHE_HOME");
+  EXPECT_EQ(path.rfind(dir.path().string(), 0), 0u) << path;
+  std::ifstream in(path);
+  const std::string html((std::istreambuf_iterator<char>(in)), {});
+  EXPECT_THAT(html, ::testing::HasSubstr("<title>Velomar Manual</title>"));
+  for (const char* topic :
+       {"id=\"open\"", "id=\"paint\"", "id=\"track\"", "id=\"segments\"", "id=\"overlay\"",
+        "id=\"compensation\"", "id=\"render\"", "id=\"keyframes\"", "id=\"link\""})
+    EXPECT_THAT(html, ::testing::HasSubstr(topic));
+}
+
+}  // namespace
