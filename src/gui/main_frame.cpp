@@ -255,6 +255,7 @@ void MainFrame::refresh_entry(const Entry& e) {
 
 void MainFrame::refresh(bool link) {
   if (!presenter_) return;
+  if (link) presenter_->RefreshLink();
   for (const Entry& e : entries_)
     if (!e.link || link) refresh_entry(e);
   for (const auto& [menu, command] : group_menus_)

@@ -164,6 +164,10 @@ std::string WindowPresenter::InfoText() const {
   return text;
 }
 
+void WindowPresenter::RefreshLink() {
+  if (ports_.link) link_ui_ = ports_.link->Refresh();
+}
+
 void WindowPresenter::Publish() {
   if (ports_.link) ports_.link->Publish();
 }
@@ -866,11 +870,14 @@ std::vector<MenuCommand> WindowPresenter::AfterEffectsMenu() {
   using Ui = link::CommandUi;
   // The link's rules, asked once per opening of the menu (a query of the
   // plug-in each time, as the host's own update handlers do).
-  auto ui = [l](Ui link::LinkCommands::*which) {
-    return [l, which] { return l ? l->Refresh().*which : Ui{}; };
+  auto ui = [this](Ui link::LinkCommands::*which) {
+    return [this, which] {
+      if (!link_ui_) RefreshLink();
+      return link_ui_ ? *link_ui_.*which : Ui{};
+    };
   };
-  auto entry = [this, l, ui](const link::LinkCommandInfo& info, Ui link::LinkCommands::*which,
-                             void (link::HostLink::*run)(), bool keepText) {
+  auto entry = [this, l, &ui](const link::LinkCommandInfo& info, Ui link::LinkCommands::*which,
+                              void (link::HostLink::*run)(), bool keepText) {
     MenuCommand m{.text = info.menu_text,
                   .hint = info.hint,
                   .run = Guarded([l, run] {

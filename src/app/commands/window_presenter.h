@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "app/link/host_link.h"
 #include "app/render/render_settings.h"
 
 class VLComp;
@@ -155,6 +156,9 @@ class WindowPresenter {
   bool Render(bool overlay_only);
   // Publishes the project's state for the link's server (after changes).
   void Publish();
+  // Asks the plug-in what it can do now; the After Effects entries read the
+  // answer until the next call (each query is a round trip on the socket).
+  void RefreshLink();
 
  private:
   std::vector<MenuCommand> FileMenu();
@@ -175,6 +179,7 @@ class WindowPresenter {
   WindowPorts ports_;
   LayoutSettings layout_;
   AviCoderList coders_;
+  std::optional<link::LinkCommands> link_ui_;
   bool groupEnabled_ = false;
 };
 
