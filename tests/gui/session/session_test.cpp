@@ -258,6 +258,17 @@ TEST_F(Session, FromSequenceToRenderedFramesAndBack) {
   for (const auto& e : fs::directory_iterator(dir / "out")) files += e.path().extension() == ".png";
   EXPECT_EQ(files, size_t(shot.frames));
   Screenshot("4-render-done.png");
+  {
+    // The rendered frame holds the overlay where the preview showed it.
+    char name[32];
+    std::snprintf(name, sizeof name, "out/shot_%04d.png", frame + 1);
+    const QImage rendered(QString::fromStdString(dir / name));
+    ASSERT_EQ(rendered.size(), QSize(int(shot.width), int(shot.height))) << name;
+    motion.apply(30.0, 20.0, ox, oy);
+    EXPECT_EQ(rendered.pixel(int(ox), int(oy)) & 0xFFFFFF, 0xFF0000u);
+    motion.apply(90.0, 20.0, ox, oy);
+    EXPECT_NE(rendered.pixel(int(ox), int(oy)) & 0xFFFFFF, 0xFF0000u);
+  }
 
   // Save, close, reopen, undo.
   dialogs.choose_file(dir / "chase.vlp");
