@@ -12,6 +12,7 @@ packages=(
   libpugixml-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   binutils
+  slurmctld slurmd slurm-client munge
   xvfb xauth fonts-dejavu-core
 )
 

@@ -20,9 +20,10 @@ fi
 # The suites with threads of their own: the worker and the message queue,
 # the frame cache and the prefetcher, decoding side by side, the profile
 # builder and the optic flow helper, the frame loop's two directions, the
-# preview's compositing worker, the link's transport and socket server.
+# preview's compositing worker, the link's transport and socket server,
+# the render's writer thread.
 tsan_targets=(base_tests imaging_tests tracking_tests exchange_tests app_tests)
-tsan_tests='(^|/)(WorkThread|Cache|PrefetchQueue|Prefetcher|LibraryIo|LibraryReader|BuildProfiles|RawProfiles|OpticFlow|FrameLoop[A-Za-z]*|Processor|MessageQueue|Merger|VLView|LinkServer|LinkBadPeer|LinkSleeper)\.'
+tsan_tests='(^|/)(WorkThread|Cache|PrefetchQueue|Prefetcher|LibraryIo|LibraryReader|BuildProfiles|RawProfiles|OpticFlow|FrameLoop[A-Za-z]*|Processor|MessageQueue|Merger|VLView|LinkServer|LinkBadPeer|LinkSleeper|AsyncWriter)\.'
 
 for preset in "${presets[@]}"; do
   echo "== $preset: build"

@@ -20,7 +20,7 @@ const cli::Command* const kCommands[] = {
     &cli::kInfoCommand,    &cli::kSequenceCommand, &cli::kConvertCommand, &cli::kDemoShotCommand,
     &cli::kNewCommand,     &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
     &cli::kExportCommand,  &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kLinkCommand,
-    &cli::kPreviewCommand, &cli::kRenderCommand,   &cli::kCodersCommand,
+    &cli::kPreviewCommand, &cli::kRenderCommand,   &cli::kCodersCommand,  &cli::kBatchCommand,
 };
 
 void PrintToolHelp(FILE* out) {

@@ -106,6 +106,7 @@ RenderRequest ParseRequest(const Options& options) {
   r.out = options.value("--output");
   r.avi = Lower(fs::path(r.out).extension().string()) == ".avi";
   r.overlay_only = options.flag("--overlay-only");
+  r.skip_existing = options.flag("--skip-existing");
   if (options.has("--format")) {
     const std::string word = Lower(options.value("--format"));
     if (std::find(std::begin(kFormatWords), std::end(kFormatWords), word) == std::end(kFormatWords))
@@ -138,6 +139,8 @@ RenderRequest ParseRequest(const Options& options) {
     r.coder_options = options.value("--coder-options");
   }
   if (r.coder && !r.avi) throw UsageError("--coder belongs to AVI output: -o FILE.avi");
+  if (r.skip_existing && (r.avi || r.field.value_or(0) != 0))
+    throw UsageError("--skip-existing keeps image files, one per frame: not with AVI or --field");
   if (options.has("--span")) {
     const std::string text = options.value("--span");
     const auto colon = text.find(':');
@@ -158,6 +161,8 @@ void PrintOutcome(const app::RenderOutcome& outcome, double seconds, bool json) 
         .value(outcome.output)
         .key("frames")
         .value(outcome.frames)
+        .key("kept")
+        .value(outcome.kept)
         .key("cancelled")
         .value(outcome.cancelled)
         .key("seconds")
@@ -174,6 +179,8 @@ void PrintOutcome(const app::RenderOutcome& outcome, double seconds, bool json) 
     std::printf("%lld frames into %s in %.2f s", static_cast<long long>(outcome.frames),
                 outcome.output.c_str(), seconds);
     if (outcome.frames > 0 && seconds > 0) std::printf(", %.1f frames/s", outcome.frames / seconds);
+    if (outcome.kept > 0)
+      std::printf("; %lld frames were there already", static_cast<long long>(outcome.kept));
     std::printf("\n");
   }
 }
@@ -240,7 +247,8 @@ app::RenderOutcome RenderInSession(ProjectSession& session,
                          .coders = coders,
                          .cache = img::global_cache(),
                          .filter = velomar.GetAviFilter(),
-                         .pump = [&] { session.queue().pump(); }};
+                         .pump = [&] { session.queue().pump(); },
+                         .keep_written = r.skip_existing};
   const app::RenderOutcome outcome = app::Render(ports, r.overlay_only);
   if (!outcome.started) {
     // A refused answer or a missing coder: its notice is the failure.
@@ -252,7 +260,8 @@ app::RenderOutcome RenderInSession(ProjectSession& session,
 
 int RunRender(const std::vector<std::string>& args) {
   const Options options(
-      WithLongOutput(args), {"--overlay-only", "--alpha", "--no-alpha", "--json"},
+      WithLongOutput(args),
+      {"--overlay-only", "--alpha", "--no-alpha", "--skip-existing", "--json"},
       {"--output", "--format", "--field", "--coder", "--coder-options", "--span", "--style"});
   const RenderRequest r = ParseRequest(options);
   const bool json = options.flag("--json");
@@ -322,7 +331,8 @@ const Command kRenderCommand = {
     "usage: velomar-cli render PROJECT.vlp -o OUT [--overlay-only] [--format WORD]\n"
     "                          [--alpha | --no-alpha] [--field none|upper|lower]\n"
     "                          [--coder NAME [--coder-options K=V:K=V]]\n"
-    "                          [--span FIRST:LAST] [--style KEY=VALUE]... [--json]\n"
+    "                          [--span FIRST:LAST] [--style KEY=VALUE]...\n"
+    "                          [--skip-existing] [--json]\n"
     "\n"
     "Renders as File > Render > Composition does (Overlay with --overlay-only:\n"
     "the overlay alone on a transparent background): each frame of the work\n"
@@ -346,6 +356,9 @@ const Command kRenderCommand = {
     "  --style KEY=VALUE  a display style key for this run, as preview takes it;\n"
     "                     Background defaults to 0xABABAB (grey, alpha 0) where\n"
     "                     the window takes its workspace colour\n"
+    "  --skip-existing    frames whose file is in OUT already are not rendered\n"
+    "                     again, so a stopped render resumes (image files only,\n"
+    "                     without --field); a file there is always whole\n"
     "\n"
     "Progress \"N / M\" goes to standard error. Ctrl-C stops as the dialog's\n"
     "Cancel does (\"Rendering interrupted by user.\", status 130) and keeps\n"

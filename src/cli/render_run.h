@@ -28,6 +28,7 @@ struct RenderRequest {
   std::string coder_options;
   std::optional<My::Span> span;  // frame indices from 0, last one past the end
   app::DisplayStyle style;       // the view's style for this run
+  bool skip_existing = false;    // frames whose file is in `out` already stay
 };
 
 // Renders the session's open project: sets the preferences, the span and

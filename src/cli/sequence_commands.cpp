@@ -55,7 +55,7 @@ int RunSequence(const std::vector<std::string>& args) {
 }
 
 int RunDemoShot(const std::vector<std::string>& args) {
-  Options options(args, {"--json"}, {"--format", "--frames"});
+  Options options(args, {"--json"}, {"--format", "--frames", "--size"});
   const bool json = options.flag("--json");
   if (options.positional().size() != 1) throw UsageError("demo-shot needs one DIR");
   try {
@@ -66,6 +66,23 @@ int RunDemoShot(const std::vector<std::string>& args) {
       shot.frames = std::stoi(options.value("--frames"));
       if (shot.frames < 1 || shot.frames > 10000) throw UsageError("--frames must be 1 to 10000");
       shot.key_frame = shot.frames / 2;
+    }
+    if (options.has("--size")) {
+      // The plate and its motion scale with the picture, so that every size
+      // is the same shot.
+      unsigned w = 0, h = 0;
+      char end = 0;
+      if (std::sscanf(options.value("--size").c_str(), "%ux%u%c", &w, &h, &end) != 2 || w < 16 ||
+          h < 16 || w > 8192 || h > 8192)
+        throw UsageError("--size takes WIDTHxHEIGHT, 16 to 8192 each, not '" +
+                         options.value("--size") + "'");
+      const double sx = w / double(shot.width), sy = h / double(shot.height);
+      shot.width = w;
+      shot.height = h;
+      shot.plate_left *= sx, shot.plate_width *= sx, shot.shift_x *= sx;
+      shot.background_shift_x *= sx;
+      shot.plate_top *= sy, shot.plate_height *= sy, shot.shift_y *= sy;
+      shot.background_shift_y *= sy;
     }
     const DemoShotFiles files = WriteDemoShot(dir, shot, format, !json);
     const std::string key_name = std::filesystem::path(files.mask).filename().string();
@@ -109,12 +126,13 @@ const Command kSequenceCommand = {
 
 const Command kDemoShotCommand = {
     "demo-shot", "make a generated shot with a known motion",
-    "usage: velomar-cli demo-shot [--format WORD] [--frames N] [--json] DIR\n"
+    "usage: velomar-cli demo-shot [--format WORD] [--frames N] [--size WxH] [--json] DIR\n"
     "\n"
     "Writes DIR/shot_0000.tga ... : a textured plate moving by a smooth affine\n"
-    "motion over a background that moves otherwise, 1280 x 720, 60 frames unless\n"
-    "--frames says otherwise, and DIR/mask_NNNN.bmp, the plate's mask on the key\n"
-    "frame (the middle one). --format picks the image format (default TGA).\n",
+    "motion over a background that moves otherwise, 1280 x 720 (--size scales the\n"
+    "whole shot), 60 frames unless --frames says otherwise, and DIR/mask_NNNN.bmp,\n"
+    "the plate's mask on the key frame (the middle one). --format picks the image\n"
+    "format (default TGA).\n",
     RunDemoShot};
 
 }  // namespace cli

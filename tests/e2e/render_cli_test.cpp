@@ -143,6 +143,11 @@ INSTANTIATE_TEST_SUITE_P(
                               "Error while rendering:\nPlease choose AVI coder through\n"
                               "File|Preferences|Rendering Format|AVI menu.",
                               {}},
+                      Failure{"SkipExistingWithFields",
+                              [](const TempDir&) {},
+                              {"-o", "OUT", "--field", "upper", "--skip-existing"},
+                              "--skip-existing keeps image files, one per frame",
+                              {}},
                       Failure{"UnknownCoder",
                               [](const TempDir&) {},
                               {"-o", "AVI", "--coder", "nothing"},
@@ -168,6 +173,24 @@ TEST(RenderCli, InterruptKeepsWholeFiles) {
     EXPECT_EQ(fs::path(name).extension(), ".png") << name;
     EXPECT_EQ(Blue(dir / ("out/" + name)), 10) << name;
   }
+}
+
+// A resumed render writes only the frames whose files are missing: a file
+// there is kept as it is, even one this render would have written otherwise.
+TEST(RenderCli, SkipExistingRendersOnlyMissingFrames) {
+  TempDir dir;
+  const std::string project = MakeProject(dir, 5);
+  ASSERT_EQ(Cli(dir, {"render", project, "-o", dir / "out"}).status, 0);
+  fs::remove(dir / "out/f_0002.tga");
+  fs::remove(dir / "out/f_0004.tga");
+  testing_support::WriteFile(dir / "out/f_0001.tga", "kept");
+  const Result r = Cli(dir, {"render", project, "-o", dir / "out", "--skip-existing", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("\"frames\": 2, \"kept\": 3,"));
+  EXPECT_EQ(e2e::Slurp(dir / "out/f_0001.tga"), "kept");
+  EXPECT_EQ(Blue(dir / "out/f_0002.tga"), 50);
+  EXPECT_EQ(Blue(dir / "out/f_0004.tga"), 90);
+  EXPECT_EQ(Names(dir / "out").size(), 5u);
 }
 
 }  // namespace

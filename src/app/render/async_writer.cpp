@@ -55,6 +55,12 @@ void AsyncWriter::write(const img::image& frame) {
   changed_.notify_all();
 }
 
+void AsyncWriter::skip() {
+  std::unique_lock lock(mutex_);
+  wait_done(lock);
+  inner_->skip();
+}
+
 void AsyncWriter::finish() {
   std::unique_lock lock(mutex_);
   wait_done(lock);

@@ -25,6 +25,9 @@ class AsyncWriter : public ImageWriter {
   // Waits for the previous frame's write, throwing its failure if it
   // failed (this frame is then not taken), copies `frame` and returns.
   void write(const img::image& frame) override;
+  // Waits for the frame in hand (the inner writer counts the frames on its
+  // thread), then lets the inner writer pass over the next one.
+  void skip() override;
   // Waits until every frame taken is written; throws the first failure.
   void finish();
   // finish(), then closes the inner writer.

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
 #include "imaging/io_types.h"
@@ -31,10 +32,21 @@ DiscreteWriter::DiscreteWriter(std::string directory,
       frames_(frames),
       frame_(first) {}
 
+void ImageWriter::skip() {
+  throw std::logic_error("this output has no file per frame to keep");
+}
+
+std::string DiscreteWriter::FileName(const std::string& directory,
+                                     const std::string& extension,
+                                     const std::vector<std::string>& frames,
+                                     int32_t frame) {
+  if (frame < 0 || size_t(frame) >= frames.size()) return std::string();
+  const std::string stem = fs::path(frames[size_t(frame)]).stem().string();
+  return (fs::path(directory) / (stem + "." + extension)).string();
+}
+
 std::string DiscreteWriter::next_name() const {
-  if (frame_ < 0 || size_t(frame_) >= frames_.size()) return std::string();
-  const std::string stem = fs::path(frames_[size_t(frame_)]).stem().string();
-  return (fs::path(directory_) / (stem + "." + extension_)).string();
+  return FileName(directory_, extension_, frames_, frame_);
 }
 
 void DiscreteWriter::write(const img::image& frame) {

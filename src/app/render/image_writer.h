@@ -22,6 +22,10 @@ class ImageWriter {
   // Finishes the output and reports what failed in doing so; the
   // destructor does the same silently when close() was not called.
   virtual void close() {}
+  // Passes over the next frame without writing it, because its output from
+  // an earlier run is there whole. Only one file per frame can be kept so:
+  // the other writers refuse.
+  virtual void skip();
 };
 
 // One file per frame, named after the source frame it stands for: the
@@ -41,8 +45,15 @@ class DiscreteWriter : public ImageWriter {
   // written, the folder is missing or not writable, or no source frame is
   // left to give a name; no file of that name appears then.
   void write(const img::image& frame) override;
+  void skip() override { ++frame_; }
   // The file the next write makes.
   std::string next_name() const;
+  // The file that stands for source frame `frame`; empty when there is no
+  // such frame.
+  static std::string FileName(const std::string& directory,
+                              const std::string& extension,
+                              const std::vector<std::string>& frames,
+                              int32_t frame);
 
  private:
   std::string directory_;

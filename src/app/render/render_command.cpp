@@ -214,16 +214,25 @@ RenderOutcome Render(RenderPorts& p, bool overlay_only) {
   outcome.started = true;
   outcome.output = target->path;
   const int64_t total = std::max<int64_t>(0, int64_t(range.last) - range.first);
+  const bool keep = p.keep_written && !target->avi && p.preferences.renderingField == 0;
   {
     const std::unique_ptr<Progress> progress = p.dialogs.begin_progress(kRenderProgressTitle);
     progress->update(0, total, "0 / " + std::to_string(total));
     for (int32_t frame = range.first; frame < range.last; ++frame) {
-      comp.SetCurrentTime(frame);
-      p.view.refresh(false);
-      WriteFrame(p, frame, *writer);
-      ++outcome.frames;
-      progress->update(outcome.frames, total,
-                       std::to_string(outcome.frames) + " / " + std::to_string(total));
+      std::error_code ec;
+      if (keep && fs::is_regular_file(DiscreteWriter::FileName(target->path, target->extension,
+                                                               comp.GetUnderlay(), frame),
+                                      ec)) {
+        writer->skip();
+        ++outcome.kept;
+      } else {
+        comp.SetCurrentTime(frame);
+        p.view.refresh(false);
+        WriteFrame(p, frame, *writer);
+        ++outcome.frames;
+      }
+      const int64_t done = outcome.frames + outcome.kept;
+      progress->update(done, total, std::to_string(done) + " / " + std::to_string(total));
       if (progress->cancelled()) {
         outcome.cancelled = true;
         break;

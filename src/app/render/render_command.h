@@ -60,12 +60,19 @@ struct RenderPorts {
   // Encode frame n on a second thread while frame n + 1 is composited.
   // The files are the same either way.
   bool overlap = true;
+  // A frame whose image file is there already is not composited again, so
+  // that a render stopped midway (a farm's time limit) resumes where it
+  // stopped. Files appear only when whole, so any file there is a finished
+  // frame. Image files without interlacing only: an AVI or a pair of fields
+  // is always rendered whole.
+  bool keep_written = false;
 };
 
 struct RenderOutcome {
   bool started = false;    // the frame loop ran (no question or dialog ended it)
   bool cancelled = false;  // the user stopped it; what was written stays
   int64_t frames = 0;      // frames handed to the writer
+  int64_t kept = 0;        // frames whose file was there already (keep_written)
   std::string output;      // the AVI, or the folder of the image files
 };
 
