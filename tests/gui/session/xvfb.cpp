@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,6 +40,8 @@ std::string StartXvfbIfNeeded() {
   server = fork();
   if (server < 0) return "cannot start Xvfb";
   if (server == 0) {
+    // A session that crashes takes its server with it.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     close(fds[0]);
     const int null = open("/dev/null", O_WRONLY);
     if (null >= 0) dup2(null, STDERR_FILENO);
