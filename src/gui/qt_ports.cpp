@@ -259,11 +259,17 @@ QByteArray Resource(const char* name) {
 
 namespace {
 
-void WriteFile(const std::string& path, const QByteArray& bytes) {
+// False when the file already holds these bytes: nothing is written.
+bool WriteFile(const std::string& path, const QByteArray& bytes) {
+  {
+    QFile old(Q(path));
+    if (old.open(QIODevice::ReadOnly) && old.readAll() == bytes) return false;
+  }
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   QFile file(Q(path));
   if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
     throw std::runtime_error("cannot write " + path + ": " + S(file.errorString()));
+  return true;
 }
 
 }  // namespace
@@ -303,10 +309,11 @@ std::string FreedesktopRegistration::icon_file() const {
 
 void FreedesktopRegistration::register_types(const std::string& program_path) {
   if (program_path.empty()) throw std::runtime_error("GetModuleFileName");
-  WriteFile(desktop_file(), QByteArray::fromStdString(DesktopEntry(program_path)));
-  WriteFile(mime_file(), Resource("velomar-mime.xml"));
-  WriteFile(icon_file(), Resource("velomar.svg"));
-  refresh_databases();
+  bool changed = WriteFile(desktop_file(), QByteArray::fromStdString(DesktopEntry(program_path)));
+  changed |= WriteFile(mime_file(), Resource("velomar-mime.xml"));
+  changed |= WriteFile(icon_file(), Resource("velomar.svg"));
+  // The databases take most of a start's second to rebuild: only on a change.
+  if (changed) refresh_databases();
 }
 
 void FreedesktopRegistration::unregister_types() {

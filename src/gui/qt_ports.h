@@ -83,7 +83,7 @@ class QtClipboard : public app::Clipboard {
 // The freedesktop form of the file-type registration, under a data folder
 // ($XDG_DATA_HOME, else ~/.local/share): a desktop entry, a MIME package for
 // ".vlp" and ".ais", and the icon; the desktop's databases are refreshed
-// when their tools are installed.
+// when a file changed and their tools are installed.
 class FreedesktopRegistration : public app::ShellRegistration {
  public:
   // Empty: the user's data folder.

@@ -118,6 +118,13 @@ TEST(FreedesktopRegistration, WritesAndRemovesTheDesktopFiles) {
   EXPECT_THAT(types, ::testing::HasSubstr("<glob pattern=\"*.vlp\""));
   EXPECT_THAT(types, ::testing::HasSubstr("<glob pattern=\"*.ais\""));
   EXPECT_TRUE(std::filesystem::exists(reg.icon_file()));
+  // Every start registers: unchanged files are left alone.
+  const auto written = std::filesystem::last_write_time(reg.desktop_file());
+  std::filesystem::last_write_time(reg.desktop_file(), written - std::chrono::hours(1));
+  reg.register_types("/opt/my tools/velomar");
+  EXPECT_EQ(std::filesystem::last_write_time(reg.desktop_file()), written - std::chrono::hours(1));
+  reg.register_types("/usr/bin/velomar");  // the program moved
+  EXPECT_NE(std::filesystem::last_write_time(reg.desktop_file()), written - std::chrono::hours(1));
   EXPECT_THROW(reg.register_types(""), std::runtime_error);
   reg.unregister_types();
   for (const std::string& f : {reg.desktop_file(), reg.mime_file(), reg.icon_file()})
