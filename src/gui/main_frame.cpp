@@ -181,8 +181,11 @@ void MainFrame::build_menu(QMenu* menu,
       if (item.fill) {
         connect(sub, &QMenu::aboutToShow, this,
                 [this, sub, &item, sub_path, link] { fill_popup(sub, item, sub_path, link); });
-        // A filled pop-up shows its tick on its own entry.
-        if (item.checked) sub->menuAction()->setCheckable(true);
+        // A filled pop-up shows its tick on its own entry (AVI among the formats).
+        if (item.checked) {
+          sub->menuAction()->setCheckable(true);
+          entries_.push_back({sub->menuAction(), &item, link});
+        }
         fill_popup(sub, item, sub_path, link);
       } else {
         build_menu(sub, item.items, sub_path, link);
