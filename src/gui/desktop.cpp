@@ -176,6 +176,11 @@ Desktop::~Desktop() {
     // A message that fails while the program ends has no one left to tell.
   }
   frame_->store_layout();
+  // The widgets that hold the composition go before it does.
+  delete trackline_;
+  trackline_ = nullptr;
+  delete grid_;
+  grid_ = nullptr;
   presenter_.reset();
   frame_->view().set_editor(nullptr);
   editor_.reset();
