@@ -4,6 +4,7 @@
 // size; the end of a stroke hands the whole mask to the undo queue once.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -45,6 +46,26 @@ void BM_BrushStrokeStep(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_BrushStrokeStep)->Arg(1)->Arg(20)->Arg(75)->Arg(150)->Unit(benchmark::kMicrosecond);
+
+// The same disc tested pixel by pixel over its bounding box: the plain way
+// the run-per-row stamping is measured against (same pixels, see the tests).
+void BM_DiscPerPixel(benchmark::State& state) {
+  VL::Mask mask(1920, 1080);
+  std::memset(mask.data, 0, mask.size);
+  const auto radius = int32_t(state.range(0));
+  float x = 100.5f;
+  for (auto _ : state) {
+    x = x > 1800 ? 100.5f : x + 7.3f;
+    const float y = 540.25f + (x - 960) * 0.2f;
+    for (int32_t py = std::max(int32_t(y) - radius, 0); py <= std::min(int32_t(y) + radius, 1079);
+         ++py)
+      for (int32_t px = std::max(int32_t(x) - radius, 0); px <= std::min(int32_t(x) + radius, 1919);
+           ++px)
+        if (app::DiscCovers(x, y, radius, px, py)) app::SetMaskBit(mask, px, py, true);
+    benchmark::DoNotOptimize(mask.data);
+  }
+}
+BENCHMARK(BM_DiscPerPixel)->Arg(20)->Arg(150)->Unit(benchmark::kMicrosecond);
 
 // The end of a stroke: the mask goes to the segment as one undo step.
 void BM_StrokeCommit(benchmark::State& state) {

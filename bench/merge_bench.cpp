@@ -75,6 +75,17 @@ BENCHMARK(MergeOverlayAndMask)
     ->ArgNames({"bilinear", "opaque"})
     ->Unit(benchmark::kMillisecond);
 
+// The same composite held to the SSE2 baseline, for processors without AVX2.
+void MergeOverlayAndMaskBaseline(benchmark::State& state) {
+  img::limit_merge_to_baseline(true);
+  MergeOverlayAndMask(state);
+  img::limit_merge_to_baseline(false);
+}
+BENCHMARK(MergeOverlayAndMaskBaseline)
+    ->Args({1, 1})
+    ->ArgNames({"bilinear", "opaque"})
+    ->Unit(benchmark::kMillisecond);
+
 void MergeOverlayNoMask(benchmark::State& state) {
   Layers& l = Shared();
   img::MergeDetails d;

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "fuzz_target.h"
+#include "imaging/image_header.h"
 #include "imaging/library_io.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -22,6 +23,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool has_alpha = false;
   try {
     reader.read_bytes(data, size, "fuzz input", out, &has_alpha);
+  } catch (const img::io_error&) {
+  }
+  // The header answers and the mask route read the same bytes their own way.
+  if (const auto declared = img::read_declared(data, size))
+    (void)(uint64_t(declared->width) * declared->height);
+  img::bitmap<img::bit1> bits;
+  try {
+    reader.read_bytes_bilevel(data, size, "fuzz input", bits, out);
   } catch (const img::io_error&) {
   }
   return 0;

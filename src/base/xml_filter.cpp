@@ -7,7 +7,7 @@ namespace xml {
 
 namespace detail {
 
-streams::streams() {
+streams::streams(bool round) : round_trip(round) {
   // The user's locale must never reach a file: "1,5" would not read back
   // on another machine.
   out.imbue(std::locale::classic());
@@ -16,10 +16,10 @@ streams::streams() {
 
 }  // namespace detail
 
-filter::filter(node element, bool reading)
+filter::filter(node element, bool reading, Numbers numbers)
     : node(element),
       reading_(reading),
-      own_(std::make_unique<detail::streams>()),
+      own_(std::make_unique<detail::streams>(numbers == Numbers::RoundTrip)),
       streams_(own_.get()) {}
 
 filter::filter(node element, bool reading, detail::streams* shared)

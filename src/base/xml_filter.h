@@ -28,15 +28,19 @@
 //
 // Values are text in the default stream format of the "C" locale: integers
 // in decimal, floats and doubles with six significant digits (no precision
-// is ever set: files and wire depend on it), bools as 0 and 1, enumerations
-// as their file words, strings verbatim. Reading wants the whole text to be
-// one value; surrounding white space is allowed.
+// is ever set: the wire depends on it), bools as 0 and 1, enumerations as
+// their file words, strings verbatim. A filter made with Numbers::RoundTrip
+// writes floats and doubles instead with the fewest digits that read back
+// to the same bits, so that work resumed from a file goes on from exactly
+// the values it stopped at; reading takes either form. Reading wants the
+// whole text to be one value; surrounding white space is allowed.
 //
 // On a failure inside a defaulted child or a list, the target value is left
 // as it was. Fields of a required child are read straight into their
 // targets; a caller that needs all-or-nothing reads into a scratch record.
 #pragma once
 
+#include <charconv>
 #include <istream>
 #include <limits>
 #include <memory>
@@ -55,9 +59,10 @@ namespace detail {
 
 // The formatting and parsing streams one load or save shares.
 struct streams {
-  streams();
+  explicit streams(bool round_trip = false);
   std::ostringstream out;
   std::istringstream in;
+  bool round_trip;
 };
 
 template <class T>
@@ -68,6 +73,16 @@ template <class T>
 std::string Format(streams& s, const T& value) {
   if constexpr (std::is_convertible_v<const T&, std::string_view>) {
     return std::string(std::string_view(value));
+  } else if constexpr (std::is_floating_point_v<T>) {
+    if (s.round_trip) {
+      char text[32];
+      const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+      return std::string(text, end);
+    }
+    s.out.str(std::string());
+    s.out.clear();
+    s.out << value;
+    return s.out.str();
   } else {
     s.out.str(std::string());
     s.out.clear();
@@ -112,10 +127,13 @@ bool Parse(streams& s, const std::string& text, T& value) {
 
 }  // namespace detail
 
+// How a writing filter spells floats and doubles.
+enum class Numbers { SixDigits, RoundTrip };
+
 class filter : public node {
  public:
   // A filter over an element for one load (reading true) or save.
-  filter(node element, bool reading);
+  filter(node element, bool reading, Numbers numbers = Numbers::SixDigits);
   filter(filter&&) noexcept;
   ~filter();
 

@@ -4,13 +4,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
 
 #include "base/errors.h"
+#include "base/staging_file.h"
 
 namespace xml {
 namespace {
@@ -70,25 +70,13 @@ std::string ReadAll(const std::string& file_name) {
   return text;
 }
 
-// A name beside the target that no other writer uses: process id and a
-// counter, created with O_EXCL so that an existing file or link is never
-// followed or reused.
-int CreateBeside(const std::string& file_name, std::string& temp_name) {
-  static std::atomic<unsigned> counter{0};
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    temp_name = file_name + ".tmp" + std::to_string(::getpid()) + "-" +
-                std::to_string(counter.fetch_add(1));
-    const int fd = ::open(temp_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  errno = EEXIST;
-  return -1;
-}
-
 void WriteReplacing(const std::string& file_name, const std::string& text) {
   const std::string operation = "writing " + file_name;
+  // Files of earlier saves that were killed half-way; a project file can be
+  // large, and nothing else would ever remove them.
+  staging::RemoveStale(file_name);
   std::string temp_name;
-  const int fd = CreateBeside(file_name, temp_name);
+  const int fd = staging::CreateBeside(file_name, temp_name);
   if (fd < 0) throw SystemError(operation.c_str());
   const char* at = text.data();
   size_t left = text.size();

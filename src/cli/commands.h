@@ -31,6 +31,7 @@ int RunPreview(const std::vector<std::string>& args);
 int RunRender(const std::vector<std::string>& args);
 int RunCoders(const std::vector<std::string>& args);
 int RunBatch(const std::vector<std::string>& args);
+int RunRelink(const std::vector<std::string>& args);
 
 // info on a ".vlp": the project's settings, segments and overlay; 0 or 1.
 // `yes` answers the questions opening the project may raise.
@@ -52,5 +53,6 @@ extern const Command kPreviewCommand;
 extern const Command kRenderCommand;
 extern const Command kCodersCommand;
 extern const Command kBatchCommand;
+extern const Command kRelinkCommand;
 
 }  // namespace cli

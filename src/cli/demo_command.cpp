@@ -152,10 +152,12 @@ int RunDemo(const std::vector<std::string>& args) {
                     shot.key_frame, shot.frames - 1);
         std::fflush(stdout);
         TrackOutcome outcome;
+        int stopped = 0;
         {
           InterruptWatch watch;
           outcome = TrackSegments(session, {index}, watch);
           session.app().SaveProjectAs(project);
+          stopped = watch.status();
         }
         if (!outcome.failures.empty()) throw std::runtime_error(outcome.failures.front());
         const VLSegment& segment = session.comp().GetSegmentObject(index);
@@ -163,7 +165,7 @@ int RunDemo(const std::vector<std::string>& args) {
         PrintSpeed(outcome, segment);
         if (outcome.cancelled) {
           std::printf("Cancelled; the project keeps what was tracked: %s\n", project.c_str());
-          status = 130;
+          status = stopped;
           return;
         }
         std::ostringstream keyframes;
@@ -185,13 +187,14 @@ int RunDemo(const std::vector<std::string>& args) {
         {
           InterruptWatch watch;
           rendered = RenderInSession(session, render, watch);
+          stopped = watch.status();
         }
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (rendered.cancelled) {
           std::printf("Rendering interrupted by user: %lld frames kept in %s\n",
                       static_cast<long long>(rendered.frames), render.out.c_str());
-          status = 130;
+          status = stopped;
           return;
         }
         std::printf("Rendered %lld frames in %.2f s (%.1f frames/s)\n",

@@ -21,6 +21,7 @@ const cli::Command* const kCommands[] = {
     &cli::kNewCommand,     &cli::kSegmentCommand,  &cli::kOverlayCommand, &cli::kSetCommand,
     &cli::kExportCommand,  &cli::kTrackCommand,    &cli::kDemoCommand,    &cli::kLinkCommand,
     &cli::kPreviewCommand, &cli::kRenderCommand,   &cli::kCodersCommand,  &cli::kBatchCommand,
+    &cli::kRelinkCommand,
 };
 
 void PrintToolHelp(FILE* out) {

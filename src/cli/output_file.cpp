@@ -1,22 +1,26 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/output_file.h"
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
-#include <random>
 #include <system_error>
 
 #include "base/errors.h"
+#include "base/staging_file.h"
 
 namespace cli {
 
 void WriteWhole(const std::filesystem::path& target, const std::string& content) {
   namespace fs = std::filesystem;
-  // Built by appending: gcc 12 warns falsely about "." + string here.
-  std::string name(1, '.');
-  name += target.filename().string();
-  name += ".partial";
-  const fs::path staging = target.parent_path() / name;
+  staging::RemoveStale(target.string());
+  std::string staging;
+  const int fd = staging::CreateBeside(target.string(), staging);
+  if (fd < 0) throw SystemError(("writing " + target.string()).c_str());
+  ::close(fd);
   try {
     std::ofstream out;
     out.exceptions(std::ios::failbit | std::ios::badbit);
@@ -40,13 +44,37 @@ void WriteWhole(const std::filesystem::path& target, const std::string& content)
 }
 
 std::string StagingName(const std::string& target) {
-  std::random_device device;
-  const std::filesystem::path t(target);
-  std::string hidden = ".";
-  hidden += t.filename().string();
-  hidden += ".part";
-  hidden += std::to_string(device());
-  return (t.parent_path() / hidden).string();
+  return staging::NameBeside(target);
+}
+
+std::string RecoveryPath(const std::string& target) {
+  namespace fs = std::filesystem;
+  fs::path base;
+  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
+    base = state;
+  } else if (const char* home = std::getenv("HOME"); home && *home) {
+    base = fs::path(home) / ".local" / "state";
+  } else {
+    base = fs::temp_directory_path();
+  }
+  fs::path folder = base / "velomar" / "recovered";
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  if (ec) {
+    folder = fs::temp_directory_path() / "velomar-recovered";
+    fs::create_directories(folder, ec);
+  }
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local);
+  const fs::path t(target);
+  const std::string stem = t.stem().string() + "-" + stamp;
+  fs::path path = folder / (stem + t.extension().string());
+  for (int n = 2; fs::exists(path, ec); ++n)
+    path = folder / (stem + "-" + std::to_string(n) + t.extension().string());
+  return path.string();
 }
 
 }  // namespace cli

@@ -14,7 +14,14 @@ void WriteWhole(const std::filesystem::path& target, const std::string& content)
 
 // A hidden name beside `target`, unique to this call, for writing before
 // the final rename, so that a failed write never leaves a partial or
-// clobbered output file.
+// clobbered output file; a later WriteWhole of `target` removes it when the
+// process that made it was killed.
 std::string StagingName(const std::string& target);
+
+// A new file name for results that could not be written where asked, in
+// the user's state folder ($XDG_STATE_HOME, else ~/.local/state, else the
+// temporary folder) under velomar/recovered, named after `target` and the
+// time, never an existing file's. Creates the folders.
+std::string RecoveryPath(const std::string& target);
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 // object, its questions and its undo queue, as the window does; the project
 // is saved only when the whole command worked.
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 
 #include "app/model/comp.h"
@@ -67,7 +68,7 @@ int RunSegmentRemoveOrMove(const Options& options, bool json, bool move) {
 }  // namespace
 
 int RunNew(const std::vector<std::string>& args) {
-  Options options(args, {"--json"}, {"-o", "--output", "--rate"});
+  Options options(args, {"--json", "--force"}, {"-o", "--output", "--rate"});
   const bool json = options.flag("--json");
   if (options.positional().size() != 1) throw UsageError("new needs one SEQUENCE");
   const std::string out = options.has("-o")         ? options.value("-o")
@@ -79,10 +80,15 @@ int RunNew(const std::vector<std::string>& args) {
   ProjectSession session(false);
   return session.Run(
       [&] {
+        // A project holds hours of painting and tracking; a new one made with
+        // the same name by mistake must not wipe it out.
+        std::error_code ec;
+        if (std::filesystem::exists(out, ec) && !options.flag("--force"))
+          throw std::runtime_error(out + " already exists: give --force to replace it");
         NewProjectFromSequence(session, options.positional()[0], rate);
         session.app().SaveProjectAs(out);
       },
-      json);
+      json, "making a project");
 }
 
 int RunSegment(const std::vector<std::string>& args) {
@@ -97,12 +103,13 @@ int RunSegment(const std::vector<std::string>& args) {
 
 const Command kNewCommand = {
     "new", "a new project from an image sequence",
-    "usage: velomar-cli new [--rate N] [--json] SEQUENCE -o PROJECT.vlp\n"
+    "usage: velomar-cli new [--rate N] [--force] [--json] SEQUENCE -o PROJECT.vlp\n"
     "\n"
     "Makes a project of the sequence that SEQUENCE (one numbered frame or an\n"
     ".ais list) belongs to and saves it as PROJECT.vlp. The frame rate is 50\n"
     "unless --rate gives it; the pixel aspect follows from the frame size and\n"
-    "the start frame from the number in the first frame's name.\n",
+    "the start frame from the number in the first frame's name. An existing\n"
+    "PROJECT.vlp is replaced only with --force.\n",
     RunNew};
 
 const Command kSegmentCommand = {

@@ -31,7 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kCancelledStatus = 130;
 const char* const kFormatWords[] = {"bmp", "png", "tga",  "tif", "tiff",
                                     "gif", "jpg", "jpeg", "avi"};
 
@@ -276,7 +275,7 @@ int RunRender(const std::vector<std::string>& args) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         PrintOutcome(outcome, seconds, json);
-        if (outcome.cancelled) status = kCancelledStatus;
+        if (outcome.cancelled) status = watch.status();
       },
       json, "rendering");
   return failed ? failed : status;
@@ -362,7 +361,8 @@ const Command kRenderCommand = {
     "\n"
     "Progress \"N / M\" goes to standard error. Ctrl-C stops as the dialog's\n"
     "Cancel does (\"Rendering interrupted by user.\", status 130) and keeps\n"
-    "what was written. A frame that is missing, of the wrong size or cannot\n"
+    "what was written, each file whole; SIGTERM and SIGHUP do the same with\n"
+    "status 143 and 129. A frame that is missing, of the wrong size or cannot\n"
     "be read, or an output that cannot be written, fails with status 1.\n",
     RunRender};
 

@@ -90,6 +90,20 @@ void NewProjectFromSequence(ProjectSession& session, const std::string& path, ui
   // be stored against the wrong base.
   session.app().LoadSequenceFile(std::filesystem::absolute(path).string(), rate);
   if (!session.app().IsProjectOpen()) throw std::runtime_error("no images in sequence: " + path);
+  // A list names its frames without looking at them; a project made of one
+  // with a frame that is not there would save, and then not open.
+  std::string missing;
+  size_t count = 0;
+  const std::vector<std::string>& frames = session.comp().GetUnderlay();
+  for (const std::string& frame : frames) {
+    std::error_code ec;
+    if (std::filesystem::is_regular_file(frame, ec)) continue;
+    if (count++ < 3) missing += (missing.empty() ? "" : ", ") + frame;
+  }
+  if (count > 0)
+    throw std::runtime_error(std::to_string(count) + " of " + std::to_string(frames.size()) +
+                             " frames of " + path + " are not there: " + missing +
+                             (count > 3 ? ", ..." : ""));
 }
 
 int32_t AddSegment(ProjectSession& session, const SegmentRequest& request) {

@@ -8,8 +8,10 @@
 #include <functional>
 #include <stdexcept>
 
+#include "app/file/project_file.h"
 #include "app/model/comp.h"
 #include "app/model/segment.h"
+#include "base/staging_file.h"
 #include "cli/commands.h"
 #include "cli/options.h"
 #include "cli/output_file.h"
@@ -23,10 +25,6 @@
 namespace cli {
 
 namespace {
-
-// The exit status of a run that Ctrl-C stopped, as shells report a program
-// ended by SIGINT.
-constexpr int kCancelledStatus = 130;
 
 // Frames the cache keeps during a command run: per direction a reference
 // frame, a target and a few read ahead, with room to spare.
@@ -87,11 +85,30 @@ void PrintSummary(const VLComp& comp,
   }
 }
 
-// What every form does once its segments are chosen: track, save, write the
-// transformations, and turn failed runs into the command's failure.
+// The failure of writing `target`, after writing what it should have held
+// (`text` for a file at a given path) to a recovery file that the text
+// names. When even that fails, the failure alone.
+std::string KeepElsewhere(const std::exception& failure,
+                          const std::string& target,
+                          const std::function<std::string(const std::string&)>& text) {
+  std::string report = failure.what();
+  try {
+    const std::string kept = RecoveryPath(target);
+    WriteWhole(kept, text(kept));
+    report += ".\nThe results are kept in " + kept;
+  } catch (const std::exception&) {
+    // Nowhere to keep them: the first failure is the one to tell.
+  }
+  return report;
+}
+
+// What every form does once its segments are chosen: track, save to
+// `project` (none when empty), write the transformations, and turn failed
+// runs into the command's failure.
 int TrackAndSave(ProjectSession& session,
                  const std::vector<int32_t>& segments,
                  const Options& options,
+                 const std::string& project,
                  const std::function<void()>& save) {
   if (options.has("--debug-dir")) {
     const std::string dir = options.value("--debug-dir");
@@ -99,26 +116,44 @@ int TrackAndSave(ProjectSession& session,
     // The worker reads it at the start of each run.
     setenv("VL_DEBUG_DIR", dir.c_str(), 1);
   }
+  const std::string transforms = options.has("--transforms") ? options.value("--transforms") : "";
+  // Before the first frame: an hour of tracking must not end in a folder
+  // that cannot be written.
+  for (const std::string& target : {project, transforms})
+    if (!target.empty()) staging::CheckWritable(target);
   // A command run reads each frame once and never shows it: the cache only
   // has to hold what the tracker and the read-ahead have in hand. Kept
   // that small, evicted frames hand their memory to the next decode
   // instead of every frame faulting in fresh pages.
-  const VLComp& comp = session.comp();
+  VLComp& comp = session.comp();
   img::global_cache().set_quota_bytes(kCachedFrames * int64_t(comp.GetWidth()) *
                                       int64_t(comp.GetHeight()) * 4);
   InterruptWatch watch;
   const TrackOutcome outcome = TrackSegments(session, segments, watch);
-  save();
-  if (options.has("--transforms"))
-    WriteWhole(options.value("--transforms"),
-               TransformsText(session.comp().GetSegmentObject(segments.front())));
+  std::vector<std::string> problems = outcome.failures;
+  if (!project.empty()) {
+    try {
+      save();
+    } catch (const std::exception& e) {
+      problems.push_back(KeepElsewhere(
+          e, project, [&](const std::string& kept) { return app::ProjectFileText(comp, kept); }));
+    }
+  }
+  if (!transforms.empty()) {
+    const std::string text = TransformsText(comp.GetSegmentObject(segments.front()));
+    try {
+      WriteWhole(transforms, text);
+    } catch (const std::exception& e) {
+      problems.push_back(KeepElsewhere(e, transforms, [&](const std::string&) { return text; }));
+    }
+  }
   std::string failures;
-  for (const auto& f : outcome.failures) {
+  for (const auto& f : problems) {
     if (!failures.empty()) failures += '\n';
     failures += f;
   }
   if (options.flag("--json")) {
-    std::printf("%s\n", TrackJson(session.comp(), segments, outcome, failures).c_str());
+    std::printf("%s\n", TrackJson(comp, segments, outcome, failures).c_str());
     if (outcome.cancelled)
       std::fprintf(stderr,
                    "Tracking cancelled: what was computed is saved; track again to resume.\n");
@@ -128,10 +163,10 @@ int TrackAndSave(ProjectSession& session,
       return 1;
     }
   } else {
-    PrintSummary(session.comp(), segments, outcome);
+    PrintSummary(comp, segments, outcome);
     if (!failures.empty()) throw std::runtime_error(failures);
   }
-  return outcome.cancelled ? kCancelledStatus : 0;
+  return outcome.cancelled ? watch.status() : 0;
 }
 
 int RunTrackProject(const Options& options) {
@@ -155,7 +190,8 @@ int RunTrackProject(const Options& options) {
             throw UsageError("--span sets one segment's time span: give --segment INDEX");
           SetTimeSpan(session.comp(), segments.front(), options.value("--span"));
         }
-        status = TrackAndSave(session, segments, options, [&] { session.app().OnSave(); });
+        status = TrackAndSave(session, segments, options, session.comp().GetProjectPath(),
+                              [&] { session.app().OnSave(); });
       },
       options.flag("--json"), "tracking");
   return failed ? failed : status;
@@ -179,9 +215,8 @@ int RunTrackSequence(const Options& options) {
       [&] {
         NewProjectFromSequence(session, options.value("--sequence"), rate);
         const int32_t index = AddSegment(session, request);
-        status = TrackAndSave(session, {index}, options, [&] {
-          if (!out.empty()) session.app().SaveProjectAs(out);
-        });
+        status =
+            TrackAndSave(session, {index}, options, out, [&] { session.app().SaveProjectAs(out); });
       },
       options.flag("--json"), "tracking");
   return failed ? failed : status;
@@ -246,9 +281,14 @@ const Command kTrackCommand = {
     "\n"
     "Ctrl-C stops the tracking as Segment > Cancel does: the frames computed are\n"
     "kept and saved, and the command exits with status 130; a second Ctrl-C\n"
-    "ends it at once, unsaved. A run that fails (a frame that cannot be read)\n"
-    "makes the command fail with status 1 after saving what was computed; an\n"
-    "object lost by the tracker ends that direction with a notice only.\n",
+    "ends it at once, unsaved. SIGTERM (sent by timeout and batch schedulers)\n"
+    "and SIGHUP do the same, with status 143 and 129. A run that fails (a\n"
+    "frame that cannot be read) makes the command fail with status 1 after\n"
+    "saving what was computed; an object lost by the tracker ends that\n"
+    "direction with a notice only. The project and the --transforms file are\n"
+    "checked to be writable before the first frame; should saving still fail,\n"
+    "the error names a recovery file under $XDG_STATE_HOME/velomar/recovered\n"
+    "(default ~/.local/state) that holds the results.\n",
     RunTrack};
 
 }  // namespace cli

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 #include <stdexcept>
 
 #include "app/model/comp.h"
@@ -20,10 +21,13 @@ namespace {
 
 // Written by the handler, read by the pumping loop; nothing else is safe to
 // do inside a signal handler.
+// Holds the number of the first signal that arrived.
 volatile std::sig_atomic_t g_interrupted = 0;
 
-extern "C" void OnInterrupt(int) {
-  g_interrupted = 1;
+constexpr int kWatchedSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+extern "C" void OnInterrupt(int signal_number) {
+  if (g_interrupted == 0) g_interrupted = signal_number;
 }
 
 using Clock = std::chrono::steady_clock;
@@ -223,19 +227,26 @@ InterruptWatch::InterruptWatch() {
   struct sigaction action = {};
   action.sa_handler = OnInterrupt;
   sigemptyset(&action.sa_mask);
+  for (const int s : kWatchedSignals) sigaddset(&action.sa_mask, s);
   // SA_RESTART: the signal may land on a worker in the middle of reading a
-  // frame, which must not fail for it. SA_RESETHAND: the second Ctrl-C is
-  // the usual one.
+  // frame, which must not fail for it. SA_RESETHAND: the second signal is
+  // the usual one, so a stuck save can still be ended.
   action.sa_flags = SA_RESTART | SA_RESETHAND;
-  sigaction(SIGINT, &action, &previous_);
+  for (size_t i = 0; i < std::size(kWatchedSignals); ++i)
+    sigaction(kWatchedSignals[i], &action, &previous_[i]);
 }
 
 InterruptWatch::~InterruptWatch() {
-  sigaction(SIGINT, &previous_, nullptr);
+  for (size_t i = 0; i < std::size(kWatchedSignals); ++i)
+    sigaction(kWatchedSignals[i], &previous_[i], nullptr);
 }
 
 bool InterruptWatch::fired() const {
   return g_interrupted != 0;
+}
+
+int InterruptWatch::status() const {
+  return 128 + (g_interrupted != 0 ? int(g_interrupted) : SIGINT);
 }
 
 TrackOutcome TrackSegments(ProjectSession& session,

@@ -20,10 +20,12 @@ namespace cli {
 
 class ProjectSession;
 
-// While alive, Ctrl-C (SIGINT) no longer ends the program: it only raises a
-// flag that TrackSegments watches. A second Ctrl-C ends the program at once,
-// as usual. Keep it alive until the results are saved, so that the first
-// Ctrl-C can never cut a save short. One at a time.
+// While alive, Ctrl-C (SIGINT), SIGTERM (what `timeout` and batch
+// schedulers send before they kill) and SIGHUP (the terminal went away) no
+// longer end the program: each only raises a flag that the long commands
+// watch and treat as Cancel. A second signal of the same kind ends the
+// program at once, as usual. Keep it alive until the results are saved, so
+// that a signal can never cut a save short. One at a time.
 class InterruptWatch {
  public:
   InterruptWatch();
@@ -31,13 +33,16 @@ class InterruptWatch {
   InterruptWatch(const InterruptWatch&) = delete;
   InterruptWatch& operator=(const InterruptWatch&) = delete;
   bool fired() const;
+  // The exit status of a command the signal stopped, as shells report a
+  // program ended by it: 130 for Ctrl-C, 143 for SIGTERM, 129 for SIGHUP.
+  int status() const;
 
  private:
-  struct sigaction previous_;
+  struct sigaction previous_[3];
 };
 
 struct TrackOutcome {
-  bool cancelled = false;  // Ctrl-C stopped the jobs
+  bool cancelled = false;  // a signal stopped the jobs
   // Texts of the warnings the runs left (a frame that could not be read, a
   // mask refused); each stands for a run that failed.
   std::vector<std::string> failures;

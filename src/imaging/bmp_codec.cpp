@@ -165,14 +165,17 @@ void read_checked(std::istream& in, image& out) {
 bool info(std::istream& in, file_info* out) {
   try {
     in.exceptions(std::ios::failbit | std::ios::badbit);
-    const std::streamoff start = codec::position(in);
+    // The headers only: a pixel block cut short is for read() to report,
+    // and a file's size and depth stay known without it.
     const header h = read_header(in);
     check(h);
-    const layout l = plan(in, h, start);
+    const uint32_t width = uint32_t(h.width);
+    const uint32_t height = uint32_t(h.height < 0 ? -int64_t(h.height) : int64_t(h.height));
+    codec::check_fits(kReadError, width, height);
     if (out) {
       out->format = "BMP";
-      out->width = l.width;
-      out->height = l.height;
+      out->width = width;
+      out->height = height;
       out->bit_count = h.bit_count;
       out->uncompressed = h.compression == 0;
     }

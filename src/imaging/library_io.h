@@ -39,8 +39,9 @@ class library_reader : public image_reader {
   void extensions(std::vector<std::string>& out) const override;
   std::string filter() const override;
 
-  // Reads the whole image (there is no cheaper way to learn whether it has
-  // alpha). False for a file whose bytes are no image format read here, or
+  // Reads a PNG's or JPEG's header only (alpha: a colour type with alpha or
+  // a transparency chunk), and decodes any other image, as only its pixels
+  // tell. False for a file whose bytes are no image format read here, or
   // for a format word not in extensions(); a file that cannot be opened or
   // fails to decode throws io_error. Fills format "???", bit_count 32 with
   // alpha and 24 without, uncompressed false.
@@ -60,6 +61,12 @@ class library_reader : public image_reader {
   // The same for an image file held in memory; `name` only labels failures.
   void read_bytes(
       const uint8_t* data, size_t size, const std::string& name, image& out, bool* has_alpha);
+  // As read_bytes, but a 1-bit picture (a mask as encode_png writes it) goes
+  // straight into `bits`, white set, with alignment 4, and the answer is
+  // true; any other picture goes into `out` and the answer is false. Masks
+  // of thousands of segments load without a 32-bit picture each.
+  bool read_bytes_bilevel(
+      const uint8_t* data, size_t size, const std::string& name, bitmap<bit1>& bits, image& out);
 
  private:
   uint64_t max_pixels_;

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "imaging/av_support.h"
+#include "imaging/image_header.h"
 #include "imaging/library_io.h"
 
 extern "C" {
@@ -185,10 +186,12 @@ av::FramePtr DecodeFirstPicture(AVCodecID id,
   // Readers already run on several threads at once (cache loaders,
   // prefetcher, tracker); codec threads per picture would only compete.
   context->thread_count = 1;
-  // A damaged PNG is an error, not half a picture: the tracker would follow
-  // the garbage. (The same strictness fails every TIFF with a tag the
-  // decoder does not know, so it stays with PNG.)
+  // A damaged picture is an error, not half a picture with the rest made
+  // up: the tracker would follow the garbage. (The same strictness fails
+  // every TIFF with a tag the decoder does not know, so TIFF is left out.)
   if (id == AV_CODEC_ID_PNG) context->err_recognition = AV_EF_EXPLODE | AV_EF_CRCCHECK;
+  if (id == AV_CODEC_ID_MJPEG || id == AV_CODEC_ID_GIF || id == AV_CODEC_ID_EXR)
+    context->err_recognition = AV_EF_EXPLODE | AV_EF_BUFFER;
   if (avcodec_open2(context.get(), codec, nullptr) < 0) throw io_error(kDecodeFailure, name);
 
   packet->buf = file.buffer.release();
@@ -381,21 +384,8 @@ FileBytes CopyBytes(const uint8_t* data, size_t size, const std::string& name) {
   return bytes;
 }
 
-// Decodes `file` into `out`; returns whether it has alpha. With
-// `recognised`, content of no known format answers false there instead of
-// throwing, so that info() can say no.
-bool DecodePicture(
-    FileBytes file, const std::string& name, image& out, uint64_t max_pixels, bool* recognised) {
-  av::quiet_library_log();
-  const AVCodecID id = CodecOfContent(file);
-  if (recognised) *recognised = id != AV_CODEC_ID_NONE;
-  if (id == AV_CODEC_ID_NONE) {
-    if (recognised) return false;
-    throw io_error(kUnknownContent, name);
-  }
-  if (id == AV_CODEC_ID_BMP) CheckBmpClaim(file, name);
-
-  const av::FramePtr frame = DecodeFirstPicture(id, std::move(file), max_pixels, name);
+// Converts a decoded picture into `out`; returns whether it has alpha.
+bool ConvertFrame(const av::FramePtr& frame, AVCodecID id, const std::string& name, image& out) {
   const uint32_t width = uint32_t(frame->width);
   const uint32_t height = uint32_t(frame->height);
   try {
@@ -420,6 +410,40 @@ bool DecodePicture(
   return (desc->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
 }
 
+// 1-bit pictures: the rows as they are, white set.
+void CopyBits(const AVFrame& f, bitmap<bit1>& bits) {
+  bits = bitmap<bit1>(uint32_t(f.width), uint32_t(f.height), 4);
+  const size_t row = (size_t(f.width) + 7) / 8;
+  const uint8_t flip = f.format == AV_PIX_FMT_MONOWHITE ? 0xFF : 0x00;
+  const uint8_t last = uint8_t(0xFF << ((8 - f.width % 8) % 8));
+  for (int y = 0; y < f.height; ++y) {
+    const uint8_t* src = f.data[0] + ptrdiff_t(y) * f.linesize[0];
+    uint8_t* dst = bits.rows[size_t(y)];
+    std::memset(dst, 0, bits.stride);
+    for (size_t i = 0; i < row; ++i) dst[i] = src[i] ^ flip;
+    dst[row - 1] &= last;
+  }
+}
+
+// Decodes `file` into `out`; returns whether it has alpha. With
+// `recognised`, content of no known format answers false there instead of
+// throwing, so that info() can say no.
+bool DecodePicture(
+    FileBytes file, const std::string& name, image& out, uint64_t max_pixels, bool* recognised) {
+  av::quiet_library_log();
+  const AVCodecID id = CodecOfContent(file);
+  if (recognised) *recognised = id != AV_CODEC_ID_NONE;
+  if (id == AV_CODEC_ID_NONE) {
+    if (recognised) return false;
+    throw io_error(kUnknownContent, name);
+  }
+  if (id == AV_CODEC_ID_BMP) CheckBmpClaim(file, name);
+  if (cut_short(file.buffer->data, file.size)) throw io_error(kDecodeFailure, name);
+
+  const av::FramePtr frame = DecodeFirstPicture(id, std::move(file), max_pixels, name);
+  return ConvertFrame(frame, id, name, out);
+}
+
 }  // namespace
 
 library_reader::library_reader(uint64_t max_pixels)
@@ -439,15 +463,29 @@ bool library_reader::info(const std::string& name, const std::string& format, fi
 }
 
 bool library_reader::info(const std::string& name, file_info* info) {
-  image picture;
-  bool recognised = false;
-  const bool alpha = DecodePicture(ReadWholeFile(name), name, picture, max_pixels_, &recognised);
-  if (!recognised) return false;
+  FileBytes file = ReadWholeFile(name);
+  uint32_t width = 0, height = 0;
+  bool alpha = false;
+  // A PNG or JPEG says what it is in its header. Decoding instead would let
+  // a small file that declares a huge, highly compressible picture take
+  // minutes and gigabytes for a question that needs microseconds.
+  if (const auto declared = read_declared(file.buffer->data, file.size)) {
+    width = declared->width;
+    height = declared->height;
+    alpha = declared->alpha;
+  } else {
+    image picture;
+    bool recognised = false;
+    alpha = DecodePicture(std::move(file), name, picture, max_pixels_, &recognised);
+    if (!recognised) return false;
+    width = picture.width;
+    height = picture.height;
+  }
   if (info) {
     info->name = name;
     info->format = "???";
-    info->width = picture.width;
-    info->height = picture.height;
+    info->width = width;
+    info->height = height;
     info->bit_count = alpha ? 32 : 24;
     info->uncompressed = false;
   }
@@ -472,6 +510,23 @@ void library_reader::read_bytes(
     const uint8_t* data, size_t size, const std::string& name, image& out, bool* has_alpha) {
   const bool alpha = DecodePicture(CopyBytes(data, size, name), name, out, max_pixels_, nullptr);
   if (has_alpha) *has_alpha = alpha;
+}
+
+bool library_reader::read_bytes_bilevel(
+    const uint8_t* data, size_t size, const std::string& name, bitmap<bit1>& bits, image& out) {
+  av::quiet_library_log();
+  FileBytes file = CopyBytes(data, size, name);
+  const AVCodecID id = CodecOfContent(file);
+  if (id == AV_CODEC_ID_NONE) throw io_error(kUnknownContent, name);
+  if (id == AV_CODEC_ID_BMP) CheckBmpClaim(file, name);
+  if (cut_short(file.buffer->data, file.size)) throw io_error(kDecodeFailure, name);
+  const av::FramePtr frame = DecodeFirstPicture(id, std::move(file), max_pixels_, name);
+  if (frame->format == AV_PIX_FMT_MONOBLACK || frame->format == AV_PIX_FMT_MONOWHITE) {
+    CopyBits(*frame, bits);
+    return true;
+  }
+  ConvertFrame(frame, id, name, out);
+  return false;
 }
 
 }  // namespace img

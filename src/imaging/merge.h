@@ -3,11 +3,11 @@
 // frame of the composition, possibly moved to steady it), the overlay
 // (carried by the tracked motion) and a segment's mask (a tinted area).
 //
-// The preview and the renderer share this one path. Every combination of
-// layers, sampling rules, alpha interpretation and opacity is a loop of its
-// own, chosen once per frame; the arithmetic (float taps, double mixing,
-// round half away from zero, a clamp above 255 and none below 0) is part of
-// the pictures and must not change.
+// The preview and the renderer share this one path. Sampling rules, alpha
+// interpretation and the form of the mix are chosen per row, never per
+// pixel; the arithmetic (float taps, double mixing, round half away from
+// zero, a clamp above 255 and none below 0) is part of the pictures and
+// must not change.
 #pragma once
 
 #include <atomic>
@@ -49,6 +49,10 @@ struct MergeLayers {
 // must already be `details.width` by `details.height`. Runs on any thread;
 // reads nothing but its arguments.
 void merge(image& destination, const MergeDetails& details, const MergeLayers& layers);
+
+// Keeps `merge` to the instruction set every x86-64 processor has, so that
+// tests can hold the wider build against it. Either gives the same bytes.
+void limit_merge_to_baseline(bool limit);
 
 // Fetches the layers through the cache (without touch), checks the
 // underlay's size, composites into a new entry keyed by a copy of

@@ -128,7 +128,7 @@ TEST(MaskEditor, AltClickSizesTheBrushAndPaintsNothing) {
   f.Stroke(MouseButton::Right, {{3, 3}});
   f.editor.KeyDown(EditKey::Enlarge);  // size keys are dead while Alt is held
   EXPECT_EQ(f.editor.GetBrush().GetRadius(), 2);
-  f.editor.KeyUp(EditKey::Alt);
+  f.editor.SyncAlt(false);
   EXPECT_EQ(f.editor.GetOutline().penWidth, 1);
   EXPECT_EQ(CountSet(f.editor.GetWorkingMask()), 0);
   EXPECT_EQ(f.Queue().GetSize(), steps);
@@ -185,6 +185,12 @@ TEST(MaskEditor, EditEndedByTheCoreIsFollowedAndProcessingSegmentIsRefused) {
   EXPECT_EQ(f.editor.GetToolKind(), ToolKind::Brush);
   f.editor.End();
   EXPECT_EQ(f.comp.GetEditedSegment(), nullptr);
+
+  // An edit begun on the composition by another command is taken up.
+  busy.GetInterface().BeginEdit();
+  f.editor.MouseMove({1, 1});
+  EXPECT_EQ(f.editor.GetSegment(), &busy);
+  EXPECT_EQ(f.surface.log.back(), "cross");
 }
 
 TEST(MaskEditor, ToolHints) {

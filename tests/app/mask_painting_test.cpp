@@ -88,12 +88,6 @@ INSTANTIATE_TEST_SUITE_P(Discs,
                                            Disc{"Radius150", 160.3f, 150.6f, 150, 330, 310}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(DiscStamp, RadiusOneOnAPixelCornerTouchesTheFourPixelsAroundIt) {
-  VL::Mask mask = Blank(6, 4);
-  app::StampDisc(mask, 3.0f, 2.0f, 1, true);
-  EXPECT_EQ(ToArt(mask), (std::vector<std::string>{"......", "..##..", "..##..", "......"}));
-}
-
 // An independent four-neighbour flood to compare with.
 VL::Mask BreadthFirst(VL::Mask mask, int32_t x, int32_t y, bool value) {
   std::deque<std::pair<int32_t, int32_t>> todo{{x, y}};

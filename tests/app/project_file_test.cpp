@@ -13,8 +13,8 @@ namespace {
 
 using app_testing::CompFixture;
 
-// Every field the file holds set away from its default, with values that
-// six significant digits carry exactly.
+// Every field the file holds set away from its default; the segments move
+// by steps that no short decimal carries, as tracked motion does.
 struct Project : CompFixture {
   Project() : CompFixture(20) {
     const std::string over = app_testing::WriteImage(dir, "over.bmp", 4, 3, true);
@@ -33,8 +33,8 @@ struct Project : CompFixture {
     app::AssignSetting(comp, "export_model", ExportModel::RigidScale);
     app::AssignSetting(comp, "start_frame", 100);
     app::AssignSetting(comp, "work_area", My::Span{2, 17});
-    AddSegment(3, {0, 9}, -0.25);
-    VLSegment& s = AddSegment(10, {4, 16}, 1.5);
+    AddSegment(3, {0, 9}, -1.0 / 3);
+    VLSegment& s = AddSegment(10, {4, 16}, 0.1 + 1e-9 / 7);
     VLSegmentParams p = s.GetParams();
     p.InitialSearchRadius = 40;
     p.OriginalMaskInAllFrames = true;
@@ -161,6 +161,9 @@ TEST(ProjectFile, BrokenDocumentFailsWithItsTextAndLeavesNoProject) {
            {"<Dim sx=\"8\"", "<Dim sx=\"8\"/><Dim sx=\"8\"", "Node is ambiguous (Dim)"},
            {"<Dim sx=\"8\"", "<Dim sx=\"9\"", "incompatible segment mask dimensions (8, 6)"},
            {"<Mask encoded=", "<Mask x=", "incompatible segment mask dimensions (0, 0)"},
+           // Refused by its header, before 16000 x 16000 pixels are decoded.
+           {"494844520000000800000006", "4948445200003e8000003e80",
+            "incompatible segment mask dimensions (16000, 16000)"},
            {"Origin=\"10\"", "Origin=\"20\"", "segment origin (20) out of the composition"},
            {"path=\"under.bmp\"", "path=\"gone.bmp\"", gone.c_str()},
            {"<Overlay ", "<Overlay/><Overlay ", "Node is ambiguous (Overlay)"},

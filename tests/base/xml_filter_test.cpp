@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "base/xml_filter.h"
 
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -64,10 +65,10 @@ void RecordFields(xml::filter& f, Record& r) {
   f.list("Transform", r.transforms, xml::AffineFields);
 }
 
-std::string Write(Record r) {
+std::string Write(Record r, xml::Numbers numbers = xml::Numbers::SixDigits) {
   xml::tablet doc;
   doc.create("Root");
-  xml::filter f(doc.root(), false);
+  xml::filter f(doc.root(), false, numbers);
   RecordFields(f, r);
   std::ostringstream out;
   doc.write(out);
@@ -125,19 +126,32 @@ TEST(XmlFilter, DefaultsAreLeftOutAndReadBack) {
   EXPECT_EQ(read, r);
 }
 
-TEST(XmlFilter, NumbersUseTheDefaultStreamFormat) {
+TEST(XmlFilter, NumbersAreSixDigitsOrTheShortestThatReadsBackExactly) {
   struct Case {
     double value;
-    const char* text;
+    const char* six;
+    const char* exact;
   };
   const Case cases[] = {
-      {1.23456789, "1.23457"}, {1e-7, "1e-07"}, {1234567.0, "1.23457e+06"},
-      {123456.0, "123456"},    {-0.1, "-0.1"},  {100.0, "100"},
+      {1.23456789, "1.23457", "1.23456789"},
+      {1e-7, "1e-07", "1e-07"},
+      {1234567.0, "1.23457e+06", "1234567"},
+      {123456.0, "123456", "123456"},
+      {-0.1, "-0.1", "-0.1"},
+      {100.0, "100", "100"},
+      {0.1 + 0.2, "0.3", "0.30000000000000004"},
+      {1.0 / 3, "0.333333", "0.3333333333333333"},
+      {-2.5e-310, "-2.5e-310", "-2.5e-310"},  // subnormal
   };
   for (const Case& c : cases) {
     Record r;
     r.scale = c.value;
-    EXPECT_THAT(Write(r), HasSubstr(std::string("scale=\"") + c.text + "\"")) << c.value;
+    EXPECT_THAT(Write(r), HasSubstr(std::string("scale=\"") + c.six + "\"")) << c.value;
+    const std::string exact = Write(r, xml::Numbers::RoundTrip);
+    EXPECT_THAT(exact, HasSubstr(std::string("scale=\"") + c.exact + "\"")) << c.value;
+    Record back;
+    Read(exact, back);
+    EXPECT_EQ(std::memcmp(&back.scale, &c.value, sizeof(double)), 0) << c.exact;
   }
 }
 

@@ -74,6 +74,26 @@ TEST_F(CliOnDemoShot, ConvertWritesTheOtherFormatAndPrintsItsSize) {
   EXPECT_THAT(Cli(work_, {"info", "--json", tga}).out, HasSubstr("\"bit_count\": 32"));
 }
 
+// A frame cut short: `info` still answers from the header, and reading the
+// pixels fails with the file's name, never a picture with made-up parts.
+TEST_F(CliOnDemoShot, CutFramesAnswerInfoAndFailWhenRead) {
+  ASSERT_EQ(Cli(work_, {"convert", Frame(1), work_ / "whole.jpg"}).status, 0);
+  for (const auto& [from, to, says] :
+       {std::tuple{Frame(1), work_ / "cut.tga",
+                   "could not open TGA image for reading or read error"},
+        {work_ / "whole.jpg", work_ / "cut.jpg", "image decoding failure"}}) {
+    const std::string bytes = Slurp(from);
+    std::ofstream(to, std::ios::binary) << bytes.substr(0, bytes.size() * 2 / 3);
+    Result r = Cli(work_, {"info", to});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr(", 1280 x 720, ")) << to;
+    r = Cli(work_, {"convert", to, work_ / "out.png"});
+    EXPECT_EQ(r.status, 1) << to;
+    EXPECT_THAT(r.err, StartsWith(std::string("Error while converting image:\n") + says));
+    EXPECT_THAT(r.err, HasSubstr(to));
+  }
+}
+
 TEST_F(CliOnDemoShot, FailuresReportInTheProgramsFormAndLeaveNoOutput) {
   const std::string missing = work_ / "missing.tga";
   Result r = Cli(work_, {"info", missing});

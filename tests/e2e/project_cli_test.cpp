@@ -223,3 +223,66 @@ TEST(ProjectCli, SetRejectsBadKeysAndValuesAndWritesNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// What a project that a user spent hours on must survive: a second `new`
+// with the same name, a list naming frames that are not there, and the
+// footage moving to another folder.
+TEST(ProjectCli, ExistingProjectsAndListsAreCheckedAndMovedFootageRelinks) {
+  TempDir dir;
+  WriteShot(dir, 16);
+  const std::string project = dir / "p.vlp";
+  ASSERT_EQ(Cli(dir, {"new", dir / "f_0010.bmp", "-o", project}).status, 0);
+  ASSERT_EQ(Cli(dir, {"segment", "add", project, "--key", "2", "--mask", dir / "mask.bmp"}).status,
+            0);
+  const std::string before = Slurp(project);
+  std::ofstream(dir / "list.ais") << dir / "f_0010.bmp"
+                                  << "\n"
+                                  << dir / "f_0099.bmp"
+                                  << "\n";
+  const struct {
+    std::vector<std::string> args;
+    std::string says;
+  } refused[] = {
+      {{"new", dir / "f_0010.bmp", "-o", project},
+       "Error while making a project:\n" + project + " already exists: give --force to replace it"},
+      {{"new", dir / "list.ais", "-o", dir / "l.vlp"},
+       "1 of 2 frames of " + dir / "list.ais" + " are not there: " + dir / "f_0099.bmp"},
+      {{"relink", project, "--footage", dir / "none"}, "no such folder: " + dir / "none"},
+      {{"relink", project, "--overlay", dir.path()}, "the project has no overlay to relink"},
+  };
+  for (const auto& c : refused) {
+    const Result r = Cli(dir, c.args);
+    EXPECT_EQ(r.status, 1) << c.says;
+    EXPECT_THAT(r.err, HasSubstr(c.says));
+  }
+  EXPECT_EQ(Slurp(project), before);
+  EXPECT_FALSE(std::filesystem::exists(dir / "l.vlp"));
+
+  // Moved: the project no longer opens, relinking finds every frame, and
+  // the segment is as it was.
+  std::filesystem::create_directory(dir / "moved");
+  for (int n = 10; n < 15; ++n) {
+    const std::string name = "f_00" + std::to_string(n) + ".bmp";
+    std::filesystem::rename(dir / name, dir / ("moved/" + name));
+  }
+  EXPECT_THAT(Cli(dir, {"info", project}).err, HasSubstr("path does not exist"));
+  std::filesystem::remove(dir / "moved/f_0013.bmp");
+  Result r = Cli(dir, {"relink", project, "--footage", dir / "moved"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("1 of 5 footage frames are not in " + dir / "moved" + ": " +
+                               dir / "moved/f_0013.bmp"));
+  EXPECT_EQ(Slurp(project), before);
+  img::native_writer().write(dir / "moved/f_0013.bmp", "BMP", img::image(16, 8), false);
+  r = Cli(dir, {"relink", project, "--footage", dir / "moved"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "footage: 5 frames in " + dir / "moved" + "\n");
+  r = Cli(dir, {"info", project});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.out, HasSubstr("segment 0 (active): key frame 2,"));
+  ASSERT_EQ(Cli(dir, {"new", "--force", dir / "moved/f_0010.bmp", "-o", project}).status, 0);
+  EXPECT_THAT(Cli(dir, {"info", project}).out, ::testing::Not(HasSubstr("segment 0")));
+}
+
+}  // namespace

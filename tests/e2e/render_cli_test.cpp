@@ -155,23 +155,25 @@ INSTANTIATE_TEST_SUITE_P(
                               {}}),
     [](const auto& i) { return std::string(i.param.name); });
 
-// Ctrl-C stops like Cancel: status 130, its notice, and every file written
-// so far is whole and stays.
+// Ctrl-C and SIGTERM stop like Cancel: the signal's status, the notice,
+// and every file written so far is whole and stays.
 TEST(RenderCli, InterruptKeepsWholeFiles) {
-  TempDir dir;
-  const std::string project = MakeProject(dir, 300, 320, 240, true);
-  e2e::Running run(dir, {"render", project, "-o", dir / "out", "--format", "png"});
-  ASSERT_TRUE(run.WaitForError("10 / 300", std::chrono::seconds(60)));
-  run.Signal(SIGINT);
-  const Result r = run.Wait();
-  EXPECT_EQ(r.status, 130) << r.err;
-  EXPECT_THAT(r.err, HasSubstr("Rendering interrupted by user."));
-  const auto kept = Names(dir / "out");
-  EXPECT_GE(kept.size(), 10u);
-  EXPECT_LT(kept.size(), 300u);
-  for (const auto& name : kept) {
-    EXPECT_EQ(fs::path(name).extension(), ".png") << name;
-    EXPECT_EQ(Blue(dir / ("out/" + name)), 10) << name;
+  for (const auto& [signal, status] : {std::pair{SIGINT, 130}, {SIGTERM, 143}}) {
+    TempDir dir;
+    const std::string project = MakeProject(dir, 300, 320, 240, true);
+    e2e::Running run(dir, {"render", project, "-o", dir / "out", "--format", "png"});
+    ASSERT_TRUE(run.WaitForError("10 / 300", std::chrono::seconds(60)));
+    run.Signal(signal);
+    const Result r = run.Wait();
+    EXPECT_EQ(r.status, status) << r.err;
+    EXPECT_THAT(r.err, HasSubstr("Rendering interrupted by user."));
+    const auto kept = Names(dir / "out");
+    EXPECT_GE(kept.size(), 10u);
+    EXPECT_LT(kept.size(), 300u);
+    for (const auto& name : kept) {
+      EXPECT_EQ(fs::path(name).extension(), ".png") << name;
+      EXPECT_EQ(Blue(dir / ("out/" + name)), 10) << name;
+    }
   }
 }
 

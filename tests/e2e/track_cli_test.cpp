@@ -114,7 +114,7 @@ double CornerError(const img::synthetic_shot& shot, const Line& line) {
 
 std::string NewProject(const TempDir& dir, const std::string& span, int32_t key = 6) {
   const std::string project = dir / "p.vlp";
-  Result r = Cli(dir, {"new", FrameName(dir, 0), "-o", project});
+  Result r = Cli(dir, {"new", "--force", FrameName(dir, 0), "-o", project});
   EXPECT_EQ(r.status, 0) << r.err;
   r = Cli(dir, {"segment", "add", project, "--key", std::to_string(key), "--mask", dir / "mask.bmp",
                 "--span", span});
@@ -222,27 +222,101 @@ TEST(TrackCli, AllTracksEverySegmentAndDefaultIsTheActiveOne) {
   EXPECT_THAT(r.out, HasSubstr("segment 1: data span 5:8, time span 5:8\n"));
 }
 
-TEST(TrackCli, CtrlCKeepsTheFramesAndTheNextRunResumes) {
+// Ctrl-C, SIGTERM (timeout, batch schedulers) and SIGHUP stop the run as
+// Cancel does: the frames computed are saved with their exact values, and
+// the next run goes on from them to the very bits of a run in one go.
+TEST(TrackCli, SignalsKeepTheFramesAndTheNextRunResumesExactly) {
   TempDir dir;
   WriteShot(dir, SmallShot(30, 1));
-  const std::string project = NewProject(dir, "0:30", 1);
-  {
-    e2e::Running run(dir, {"track", project});
-    // Backward is one frame; the signal lands early in the long forward part.
-    ASSERT_TRUE(run.WaitForError("forward", std::chrono::seconds(60)));
-    run.Signal(SIGINT);
-    const Result r = run.Wait();
-    ASSERT_EQ(r.status, 130) << r.err;
-    EXPECT_THAT(r.err, HasSubstr("Tracking cancelled: "));
-    EXPECT_THAT(r.err, HasSubstr(" frames kept and saved; track again to resume.\n"));
+  Result r = Cli(dir, {"track", NewProject(dir, "0:30", 1), "--transforms", dir / "whole.txt"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string one_go = Slurp(dir / "whole.txt");
+  for (const auto& [signal, status] : {std::pair{SIGINT, 130}, {SIGTERM, 143}, {SIGHUP, 129}}) {
+    const std::string project = NewProject(dir, "0:30", 1);
+    {
+      e2e::Running run(dir, {"track", project});
+      // Backward is one frame; the signal lands early in the long forward part.
+      ASSERT_TRUE(run.WaitForError("forward", std::chrono::seconds(60)));
+      run.Signal(signal);
+      r = run.Wait();
+      ASSERT_EQ(r.status, status) << r.err;
+      EXPECT_THAT(r.err, HasSubstr("Tracking cancelled: "));
+      EXPECT_THAT(r.err, HasSubstr(" frames kept and saved; track again to resume.\n"));
+    }
+    r = Cli(dir, {"track", project, "--transforms", dir / "t.txt"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    // The first run got somewhere and the second did the rest, forward only.
+    EXPECT_THAT(r.out, ::testing::Not(HasSubstr("\n30 new frames")));
+    EXPECT_THAT(r.err, ::testing::Not(HasSubstr("backward")));
+    EXPECT_EQ(Slurp(dir / "t.txt"), one_go) << "after signal " << signal;
   }
-  Result r = Cli(dir, {"track", project, "--transforms", dir / "t.txt"});
+}
+
+// A run stopped anywhere, in either direction, and taken up again by a
+// wider time span gives what one run over the whole span gives.
+TEST(TrackCli, WideningAfterAnyStopEqualsOneRun) {
+  TempDir dir;
+  WriteShot(dir, SmallShot(13, 6));
+  Result r = Cli(dir, {"track", NewProject(dir, "0:13"), "--transforms", dir / "whole.txt"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string one_go = Slurp(dir / "whole.txt");
+  for (const char* first : {"6:8", "4:7", "1:12", "5:13"}) {
+    const std::string project = NewProject(dir, first);
+    ASSERT_EQ(Cli(dir, {"track", project}).status, 0) << first;
+    r = Cli(dir, {"track", project, "--span", "0:13", "--transforms", dir / "t.txt"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(Slurp(dir / "t.txt"), one_go) << "first span " << first;
+  }
+}
+
+// An output that cannot be written fails the command before the first
+// frame; one that fails after tracking (here the folder vanished while the
+// run went on) leaves the results in a recovery file that the report names.
+TEST(TrackCli, OutputsAreCheckedFirstAndAFailedSaveKeepsTheResults) {
+  TempDir dir;
+  WriteShot(dir, SmallShot(30, 1));
+  const std::string project = NewProject(dir, "0:30", 1), mask = dir / "mask.bmp";
+  const struct {
+    std::vector<std::string> args;
+    std::string target;
+  } cases[] = {
+      {{"track", project, "--transforms", dir / "missing/t.txt"}, dir / "missing/t.txt"},
+      {{"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1", "-o",
+        dir / "mask.bmp/q.vlp"},
+       dir / "mask.bmp/q.vlp"},
+  };
+  for (const auto& c : cases) {
+    const Result r = Cli(dir, c.args);
+    EXPECT_EQ(r.status, 1) << c.target;
+    EXPECT_THAT(r.err, HasSubstr("\nas a result of writing " + c.target + ".\n"));
+    EXPECT_EQ(r.out, "") << c.target;
+  }
+  EXPECT_THAT(Cli(dir, {"info", "--json", project}).out, HasSubstr("\"data_span\": [1, 2]"));
+
+  std::filesystem::create_directory(dir / "sub");
+  setenv("XDG_STATE_HOME", (dir / "state").c_str(), 1);
+  Result r;
+  {
+    e2e::Running run(dir, {"track", "--sequence", FrameName(dir, 0), "--mask", mask, "--key", "1",
+                           "--span", "0:30", "-o", dir / "sub/q.vlp"});
+    ASSERT_TRUE(run.WaitForError("forward", std::chrono::seconds(60)));
+    std::filesystem::rename(dir / "sub", dir / "gone");
+    run.Signal(SIGTERM);
+    r = run.Wait();
+  }
+  unsetenv("XDG_STATE_HOME");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("Error while saving project:\nSystem error: No such file or "
+                               "directory\nas a result of writing " +
+                               dir / "sub/q.vlp" + ".\nThe results are kept in " +
+                               dir / "state/velomar/recovered/q-"));
+  const size_t at = r.err.find(dir / "state/");
+  const std::string kept = r.err.substr(at, r.err.find(".\n", at + 1) - at);
+  EXPECT_THAT(kept, ::testing::EndsWith(".vlp"));
+  // The kept file is the project: it opens, and tracking goes on from it.
+  r = Cli(dir, {"track", kept});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_THAT(r.out, HasSubstr("segment 0: data span 0:30, time span 0:30\n"));
-  // The first run got somewhere and the second did the rest, forward only.
-  EXPECT_THAT(r.out, ::testing::Not(HasSubstr("\n30 new frames")));
-  EXPECT_THAT(r.err, ::testing::Not(HasSubstr("backward")));
-  EXPECT_EQ(ReadTransforms(Slurp(dir / "t.txt")).size(), 30u);
 }
 
 TEST(TrackCli, UnreadableFrameFailsAfterSavingWhatWasTracked) {

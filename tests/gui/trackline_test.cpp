@@ -81,6 +81,24 @@ TEST(Trackline, DraggingAnEndIsOneUndoStep) {
   }
 }
 
+TEST(Trackline, ZoomKeepsTheCurrentFrameInPlaceAndClicksFollowTheScale) {
+  Shown s;
+  s.ci.SetCurrentTime(50);
+  const int x = s.trackline.XOfFrame(50);
+  EXPECT_FALSE(s.trackline.CanZoomOut());
+  s.trackline.ZoomIn();
+  s.trackline.ZoomIn();
+  EXPECT_NEAR(s.trackline.XOfFrame(50), x, 20);
+  EXPECT_EQ(s.trackline.XOfFrame(51) - s.trackline.XOfFrame(50), 40);
+  QTest::mouseClick(&s.trackline, Qt::LeftButton, {}, s.InRuler(56) + QPoint(2, 0));
+  EXPECT_EQ(s.comp.GetCurrentTime(), 56);
+  s.ci.SetCurrentTime(95);  // off the zoomed axis: it scrolls
+  EXPECT_LT(s.trackline.XOfFrame(96), s.trackline.width());
+  s.trackline.FitInWindow();
+  EXPECT_FALSE(s.trackline.CanZoomOut());
+  EXPECT_EQ(s.trackline.XOfFrame(100), 1010);
+}
+
 TEST(Trackline, EscapeCancelsADrag) {
   Shown s;
   const size_t steps = s.comp.GetActionQueue().GetSize();

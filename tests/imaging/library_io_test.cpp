@@ -252,6 +252,16 @@ TEST(LibraryReader, InfoAndBytesInMemory) {
   ASSERT_TRUE(reader.info(dir / "b.tif", "tif", &info));
   EXPECT_EQ(info.bit_count, 24u);
   EXPECT_FALSE(reader.info(dir / "b.tif", "TGA", &info));
+  // PNG and JPEG answer from their headers: no pixel budget applies, and
+  // damage past the header is for reading to find.
+  img::library_writer().write(dir / "c.jpg", "JPEG", Pattern(7, 4), false);
+  img::library_writer().write(dir / "d.png", "PNG", Pattern(7, 4), false);
+  const auto png = ReadFile(dir / "d.png");
+  WriteFile(dir / "cut.png", std::vector<uint8_t>(png.begin(), png.end() - 20));
+  for (const char* name : {"c.jpg", "d.png", "cut.png"}) {
+    ASSERT_TRUE(img::library_reader(1).info(dir / name, &info)) << name;
+    EXPECT_EQ(std::tie(info.width, info.height, info.bit_count), std::tuple(7u, 4u, 24u)) << name;
+  }
 
   img::library_writer().write(dir / "a.gif", "GIF", Pattern(9, 7), true);
   const auto bytes = ReadFile(dir / "a.gif");
@@ -278,6 +288,14 @@ TEST(LibraryReader, FailuresSayWhatFailed) {
   bmp.raw("BM").u32(54).u32(0).u32(54).u32(40).i32(60000).i32(60000).u16(1).u16(24).u32(0);
   WriteFile(dir / "liar.bmp", bmp.fill(20, 0).data());
   img::library_writer().write(dir / "a.gif", "GIF", Pattern(40, 30), false);
+  // Damaged frames the decoders would otherwise fill in with made-up pixels.
+  img::library_writer().write(dir / "whole.jpg", "JPEG", Pattern(40, 30, 1, true), false);
+  img::library_writer().write(dir / "whole.exr", "EXR", Pattern(40, 30), false);
+  for (const auto& [from, to] :
+       {std::pair{"whole.jpg", "cut.jpg"}, {"a.gif", "cut.gif"}, {"whole.exr", "cut.exr"}}) {
+    const auto whole = ReadFile(dir / from);
+    WriteFile(dir / to, std::vector<uint8_t>(whole.begin(), whole.begin() + whole.size() * 2 / 3));
+  }
 
   const char* kOpen = "could not open image file for reading or read error";
   const char* kUnknown = "image file format not recognised";
@@ -289,6 +307,9 @@ TEST(LibraryReader, FailuresSayWhatFailed) {
       {dir / "missing.png", 0, kOpen},
       {dir.path().string(), 0, kOpen},
       {dir / "cut.png", 0, "image decoding failure"},
+      {dir / "cut.jpg", 0, "image decoding failure"},
+      {dir / "cut.gif", 0, "image decoding failure"},
+      {dir / "cut.exr", 0, "image decoding failure"},
       {dir / "note.png", 0, kUnknown},
       {dir / "empty.png", 0, kUnknown},
       {dir / "liar.bmp", 0, "image file is shorter than its header says"},

@@ -320,8 +320,20 @@ TEST(NativeReader, InfoReportsTheHeader) {
             std::make_tuple(dir / "i.bmp", "BMP", 3u, 2u, 24u, true));
   EXPECT_EQ(std::tie(t.format, t.width, t.height, t.bit_count, t.uncompressed),
             std::make_tuple("TGA", 300u, 2u, 16u, false));
-  WriteFile(dir / "i.bmp", BmpHeader(3, -2, 24).fill(23, 0).data());  // one byte short
-  EXPECT_FALSE(img::native_reader().info(dir / "i.bmp", &b));
+  // A pixel block cut short leaves the header's answer; reading fails.
+  const std::tuple<const char*, Bytes, uint32_t, uint32_t, const char*> shorts[] = {
+      {"short.bmp", BmpHeader(3, -2, 24).fill(23, 0), 3, 2, kBmpError},
+      {"bare.bmp", BmpHeader(640, 480, 32), 640, 480, kBmpError},
+      {"short.tga", Tga{.width = 4, .height = 2, .depth = 32}.Header().fill(31, 0), 4, 2,
+       kTgaError},
+  };
+  for (const auto& [name, bytes, width, height, error] : shorts) {
+    img::file_info i;
+    WriteFile(dir / name, bytes.data());
+    ASSERT_TRUE(img::native_reader().info(dir / name, &i)) << name;
+    EXPECT_EQ(std::tie(i.width, i.height), std::tie(width, height)) << name;
+    EXPECT_THAT(FailureOf(dir / name), StartsWith(std::string(error) + " | ")) << name;
+  }
   EXPECT_FALSE(img::native_reader().info(dir / "none.bmp", &b));
 }
 

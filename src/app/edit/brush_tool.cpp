@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "app/edit/mask_bits.h"
-#include "app/edit/mask_editor.h"
 
 namespace app {
 

@@ -26,7 +26,7 @@ class CBrushTool : public Tool {
   static constexpr int32_t kMaxRadius = 150;
   static constexpr int32_t kInitialRadius = 20;
 
-  explicit CBrushTool(MaskEditor& editor) : Tool(editor) {}
+  explicit CBrushTool(ToolHost& editor) : Tool(editor) {}
 
   void OnButtonDown(MouseButton button, ImagePoint at) override;
   void OnButtonUp(MouseButton button, ImagePoint at) override;

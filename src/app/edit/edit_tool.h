@@ -8,12 +8,12 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
+#include "app/model/interfaces.h"
 #include "app/preview/view.h"
 
 namespace app {
-
-class MaskEditor;
 
 enum class MouseButton { Left, Right };
 
@@ -51,10 +51,26 @@ class MaskEditSurface {
   virtual bool IsPointerInside() const = 0;
 };
 
+// What a tool asks of the editor that owns it. The editor implements it, so
+// the tools need not know the editor that holds them.
+class ToolHost {
+ public:
+  virtual VL::Mask& GetWorkingMask() = 0;
+  virtual MaskEditSurface* GetSurface() const = 0;
+  // Hands the working mask to the segment as one undo step named `name`.
+  virtual void Commit(const std::string& name) = 0;
+  virtual void RepaintNow(PixelRect rect) = 0;
+  virtual void OutlineChanged() = 0;
+  virtual void SetWaitCursor(bool busy) = 0;
+
+ protected:
+  ~ToolHost() = default;
+};
+
 // A view tool: the editor hands it the view's events while it is active.
 class Tool {
  public:
-  explicit Tool(MaskEditor& editor) : editor_(editor) {}
+  explicit Tool(ToolHost& editor) : editor_(editor) {}
   virtual ~Tool() = default;
   Tool(const Tool&) = delete;
   Tool& operator=(const Tool&) = delete;
@@ -71,7 +87,7 @@ class Tool {
   virtual ToolCursor Cursor() const = 0;
 
  protected:
-  MaskEditor& editor_;
+  ToolHost& editor_;
 };
 
 }  // namespace app

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "app/edit/mask_bits.h"
-#include "app/edit/mask_editor.h"
 
 namespace app {
 
@@ -14,8 +13,8 @@ void CFillTool::OnButtonDown(MouseButton button, ImagePoint at) {
   if (!(x >= 0 && y >= 0 && x < float(mask.width) && y < float(mask.height))) return;
   // A large area takes a moment; the bucket says so.
   struct Wait {
-    MaskEditor& editor;
-    explicit Wait(MaskEditor& e) : editor(e) { editor.SetWaitCursor(true); }
+    ToolHost& editor;
+    explicit Wait(ToolHost& e) : editor(e) { editor.SetWaitCursor(true); }
     ~Wait() { editor.SetWaitCursor(false); }
   } wait(editor_);
   FloodFill(mask, int32_t(x), int32_t(y), button == MouseButton::Left);

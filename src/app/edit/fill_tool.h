@@ -9,7 +9,7 @@ namespace app {
 
 class CFillTool : public Tool {
  public:
-  explicit CFillTool(MaskEditor& editor) : Tool(editor) {}
+  explicit CFillTool(ToolHost& editor) : Tool(editor) {}
   void OnButtonDown(MouseButton button, ImagePoint at) override;
   ToolCursor Cursor() const override { return ToolCursor::Fill; }
 };

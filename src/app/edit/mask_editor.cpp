@@ -63,7 +63,6 @@ bool MaskEditor::Begin(VLSegment& segment) {
 }
 
 void MaskEditor::End() {
-  Sync();
   if (segment_) EndLocally();
 }
 
@@ -152,6 +151,12 @@ void MaskEditor::PointerEnter() {
 void MaskEditor::PointerLeave() {
   Sync();
   if (segment_) ActiveTool().OnPointerLeave();
+}
+
+void MaskEditor::SyncAlt(bool held) {
+  Sync();
+  if (!segment_ || kind_ != ToolKind::Brush || held == brush_.IsSizing()) return;
+  held ? KeyDown(EditKey::Alt) : KeyUp(EditKey::Alt);
 }
 
 // --- Drawing -------------------------------------------------------------------

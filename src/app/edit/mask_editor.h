@@ -41,7 +41,7 @@ namespace app {
 
 class VLView;
 
-class MaskEditor {
+class MaskEditor : public ToolHost {
  public:
   // Hooks itself into the composition's mask notices; the view's logic, if
   // any, must be made before the editor and destroyed after it.
@@ -60,7 +60,7 @@ class MaskEditor {
   void End();
   // Hands the working mask to the segment as one undo step named `name`.
   // A mask equal to the segment's adds no step.
-  void Commit(const std::string& name);
+  void Commit(const std::string& name) override;
   // The segment's mask changed by other means: read it again. A notice
   // caused by Commit itself is ignored.
   void OnMaskChanged(VLSegment& segment);
@@ -71,12 +71,12 @@ class MaskEditor {
   VLSegment* GetSegment() const { return segment_; }
   bool IsCommitting() const { return committing_; }
   const VL::Mask& GetWorkingMask() const { return working_; }
-  VL::Mask& GetWorkingMask() { return working_; }
+  VL::Mask& GetWorkingMask() override { return working_; }
   // The size of the view's image (the composition's frames).
   uint32_t GetWidth() const;
   uint32_t GetHeight() const;
   VLComp& GetComposition() { return comp_; }
-  MaskEditSurface* GetSurface() const { return surface_; }
+  MaskEditSurface* GetSurface() const override { return surface_; }
 
   // --- Tools.
   void SelectTool(ToolKind kind);
@@ -94,6 +94,9 @@ class MaskEditor {
   void KeyUp(EditKey key);
   void PointerEnter();
   void PointerLeave();
+  // For a view that sees Alt only as a modifier of its mouse events: sends
+  // the Alt press or release the brush has not heard yet.
+  void SyncAlt(bool held);
 
   // --- What to draw.
   // The brush circle; shown false with the bucket or outside the view.
@@ -106,9 +109,9 @@ class MaskEditor {
              const std::function<void(const img::image& picture, PixelRect part)>& draw) const;
 
   // For the tools.
-  void RepaintNow(PixelRect rect);
-  void OutlineChanged();
-  void SetWaitCursor(bool busy);
+  void RepaintNow(PixelRect rect) override;
+  void OutlineChanged() override;
+  void SetWaitCursor(bool busy) override;
 
  private:
   Tool& ActiveTool() { return kind_ == ToolKind::Brush ? static_cast<Tool&>(brush_) : fill_; }

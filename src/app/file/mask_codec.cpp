@@ -2,9 +2,12 @@
 #include "app/file/mask_codec.h"
 
 #include <algorithm>
+#include <sstream>
 #include <vector>
 
 #include "app/model/mask.h"
+#include "base/errors.h"
+#include "imaging/image_header.h"
 #include "imaging/library_io.h"
 
 namespace {
@@ -55,19 +58,40 @@ std::string EncodeMask(const img::bitmap<img::bit1>& mask) {
   return text;
 }
 
-img::bitmap<img::bit1> DecodeMask(std::string_view text, uint64_t max_pixels) {
+img::bitmap<img::bit1> DecodeMask(std::string_view text,
+                                  uint64_t max_pixels,
+                                  uint32_t width,
+                                  uint32_t height) {
   img::bitmap<img::bit1> mask;
   const std::vector<uint8_t> bytes = HexBytes(text);
   if (bytes.empty()) return mask;
+  if (width != 0 && height != 0) {
+    // A mask of another size is refused anyway when the segment joins the
+    // composition; finding that out by decoding a declared 16000 x 16000
+    // picture would take gigabytes and a minute first.
+    if (const auto declared = img::read_declared(bytes.data(), bytes.size());
+        declared && (declared->width != width || declared->height != height)) {
+      std::ostringstream text;
+      text << "incompatible segment mask dimensions (" << declared->width << ", "
+           << declared->height << ")";
+      throw xtd::exception(text.str());
+    }
+    max_pixels = std::min(max_pixels, uint64_t(width) * height);
+  }
   img::image picture;
-  img::library_reader(max_pixels).read_bytes(bytes.data(), bytes.size(), "mask", picture, nullptr);
   // A written mask is pure black and white; a grey from elsewhere counts
   // as set from mid-grey up.
-  mask = ThresholdMask(picture);
+  if (!img::library_reader(max_pixels)
+           .read_bytes_bilevel(bytes.data(), bytes.size(), "mask", mask, picture))
+    mask = ThresholdMask(picture);
   return mask;
 }
 
-void MaskFields(xml::filter& f, img::bitmap<img::bit1>& mask, uint64_t max_pixels) {
+void MaskFields(xml::filter& f,
+                img::bitmap<img::bit1>& mask,
+                uint64_t max_pixels,
+                uint32_t width,
+                uint32_t height) {
   if (!f.reading()) {
     const std::string text = EncodeMask(mask);
     if (!text.empty()) f.setAttribute(kEncoded, text);
@@ -75,6 +99,6 @@ void MaskFields(xml::filter& f, img::bitmap<img::bit1>& mask, uint64_t max_pixel
   }
   std::string text;
   f.getAttribute(kEncoded, text);
-  img::bitmap<img::bit1> decoded = DecodeMask(text, max_pixels);
+  img::bitmap<img::bit1> decoded = DecodeMask(text, max_pixels, width, height);
   mask = std::move(decoded);
 }

@@ -62,7 +62,7 @@ void ProjectFields(xml::filter& f, ProjectRecord& p, const ProjectContext& conte
     OverlayFields(overlay, p.overlay, context.base, int32_t(p.underlay.size()));
 
   f.list("Segment", p.segments, [&](xml::filter& c, SegmentRecord& segment) {
-    SegmentFields(c, segment, context.maxMaskPixels);
+    SegmentFields(c, segment, context.maxMaskPixels, p.width, p.height);
   });
 
   // The overlay's placement in space and its transformations belong to the

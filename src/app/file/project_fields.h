@@ -68,8 +68,14 @@ void OverlayFields(xml::filter& f,
                    const std::string& base,
                    int32_t compLength);
 
-// One `Segment` element.
-void SegmentFields(xml::filter& f, SegmentRecord& segment, uint64_t maxMaskPixels);
+// One `Segment` element. Reading refuses a mask picture that declares
+// another size than `width` x `height` (the composition's; 0 checks
+// nothing) before decoding it.
+void SegmentFields(xml::filter& f,
+                   SegmentRecord& segment,
+                   uint64_t maxMaskPixels,
+                   uint32_t width = 0,
+                   uint32_t height = 0);
 
 // The whole document under the root element "Velomar". Reading asks the
 // overlay question when the `Overlay` element fails, and applies the clamps

@@ -94,7 +94,9 @@ xml::tablet WriteDocument(VLComp& comp, const std::string& path) {
   ProjectRecord record = RecordOf(comp);
   xml::tablet doc;
   doc.create(kRoot);
-  xml::filter f(doc.root(), false);
+  // Tracking resumes from the stored transformations: six digits would put
+  // a resumed run up to a twentieth of a pixel off one run in one go.
+  xml::filter f(doc.root(), false, xml::Numbers::RoundTrip);
   ProjectFields(f, record, ProjectContext{Directory(path), nullptr});
   return doc;
 }

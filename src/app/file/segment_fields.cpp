@@ -26,11 +26,12 @@ void ParamFields(xml::filter& f, VLSegmentParams& p) {
 
 }  // namespace
 
-void SegmentFields(xml::filter& f, SegmentRecord& s, uint64_t maxMaskPixels) {
+void SegmentFields(
+    xml::filter& f, SegmentRecord& s, uint64_t maxMaskPixels, uint32_t width, uint32_t height) {
   f.required("Origin", s.origin);
   f.child("TimeSpan", [&](xml::filter& c) { xml::SpanFields(c, s.timeSpan); });
   f.child("Param", [&](xml::filter& c) { ParamFields(c, s.params); });
-  f.child("Mask", [&](xml::filter& c) { MaskFields(c, s.mask, maxMaskPixels); });
+  f.child("Mask", [&](xml::filter& c) { MaskFields(c, s.mask, maxMaskPixels, width, height); });
   f.list("BackwardTransform", s.data.backward, xml::AffineFields);
   f.list("ForwardTransform", s.data.forward, xml::AffineFields);
   // A segment read from a file is idle, so reading always takes the tree

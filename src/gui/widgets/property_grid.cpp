@@ -102,16 +102,21 @@ void VLPropertyGrid::Refresh() {
 
 void VLPropertyGrid::Rebuild() {
   const QString oldTitle = built_ ? Title() : QString();
+  // A field losing its focus as it goes would end its edit, and write to
+  // whatever object is shown by then.
+  for (const Line& line : lines_)
+    if (line.control) line.control->blockSignals(true);
+  lines_.clear();
+  tree_->clear();
   const PanelState& panel = comp_.GetPanel();
   shownObject_ = ShownObject();
   shownKind_ = panel.object;
   shownSegment_ = panel.segment;
   shownRevision_ = panel.revision;
   built_ = true;
-  lines_.clear();
-  tree_->clear();
   if (const app::Property* root = app::PropertiesFor(shownObject_)) AddRows(*root, nullptr, {});
   UpdateAll();
+  tree_->resizeColumnToContents(0);
   if (Title() != oldTitle) emit titleChanged(Title());
 }
 

@@ -12,7 +12,8 @@
 // command, and the field shows the value that stayed.
 //
 // The grid follows the panel state on its own (a light poll of the panel's
-// revision); Refresh() brings it up to date at once, after a command.
+// revision); Refresh() brings it up to date at once, after a command. The
+// composition must outlive the widget.
 //
 //   VLPropertyGrid grid(comp, parent);
 //   dock->setWidget(&grid);

@@ -5,6 +5,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
 
@@ -82,6 +83,32 @@ void VLTrackline::Listen() {
     comp_.GetSegmentObject(i).GetInterface().SetListener(&Relay());
 }
 
+void VLTrackline::OnCurrentTimeChanged() {
+  KeepInView(comp_.GetCurrentTime());
+  Changed();
+}
+
+void VLTrackline::OnPreviewTimeChanged() {
+  KeepInView(comp_.GetPreviewTime());
+  Changed();
+}
+
+void VLTrackline::wheelEvent(QWheelEvent* event) {
+  const int steps = event->angleDelta().y() / 120;
+  if (steps == 0 || comp_.IsEmpty()) return;
+  if (event->modifiers() & Qt::ControlModifier) {
+    for (int i = 0; i < std::abs(steps); ++i) steps > 0 ? ZoomIn() : ZoomOut();
+  } else if (pixelsPerFrame_ > 0) {
+    SetView(pixelsPerFrame_, firstFrame_ - steps * VisibleFrames() / 8);
+  }
+  event->accept();
+}
+
+void VLTrackline::resizeEvent(QResizeEvent* event) {
+  if (pixelsPerFrame_ > 0) SetView(pixelsPerFrame_, firstFrame_);
+  QWidget::resizeEvent(event);
+}
+
 void VLTrackline::Changed() {
   // New segments may have come: they report here from now on.
   Listen();
@@ -98,24 +125,84 @@ QSize VLTrackline::minimumSizeHint() const {
 
 // --- Mapping -----------------------------------------------------------------
 
-int VLTrackline::XOfFrame(int32_t frame) const {
+double VLTrackline::Scale() const {
   const int32_t length = comp_.GetLength();
-  if (length <= 0) return kSide;
-  const double usable = std::max(width() - 2 * kSide, 1);
-  return kSide + int(std::lround(double(frame) * usable / length));
+  const double fit = double(std::max(width() - 2 * kSide, 1)) / std::max(length, 1);
+  return std::max(pixelsPerFrame_, fit);
+}
+
+double VLTrackline::VisibleFrames() const {
+  return double(std::max(width() - 2 * kSide, 1)) / Scale();
+}
+
+void VLTrackline::SetView(double pixelsPerFrame, double firstFrame) {
+  pixelsPerFrame_ = std::min(pixelsPerFrame, kMaxPixelsPerFrame);
+  const double last = std::max(0.0, comp_.GetLength() - VisibleFrames());
+  firstFrame_ = std::clamp(firstFrame, 0.0, last);
+  const double fit = double(std::max(width() - 2 * kSide, 1)) / std::max(comp_.GetLength(), 1);
+  if (pixelsPerFrame_ <= fit) {
+    // The whole axis again, which then follows the widget's width.
+    pixelsPerFrame_ = 0;
+    firstFrame_ = 0;
+  }
+  update();
+}
+
+bool VLTrackline::CanZoomIn() const {
+  return !comp_.IsEmpty() && Scale() < kMaxPixelsPerFrame;
+}
+bool VLTrackline::CanZoomOut() const {
+  return !comp_.IsEmpty() && pixelsPerFrame_ > 0;
+}
+
+void VLTrackline::ZoomIn() {
+  if (!CanZoomIn()) return;
+  // The current frame keeps its place on the screen, so the eye stays on it.
+  const int32_t t = std::max(comp_.GetPreviewTime(), 0);
+  const double at = (t + 0.5 - firstFrame_) / VisibleFrames();
+  const double scale = Scale() * 2;
+  const double visible = double(std::max(width() - 2 * kSide, 1)) / scale;
+  SetView(scale, t + 0.5 - at * visible);
+}
+
+void VLTrackline::ZoomOut() {
+  if (!CanZoomOut()) return;
+  const int32_t t = std::max(comp_.GetPreviewTime(), 0);
+  const double at = (t + 0.5 - firstFrame_) / VisibleFrames();
+  const double scale = Scale() / 2;
+  const double visible = double(std::max(width() - 2 * kSide, 1)) / scale;
+  SetView(scale, t + 0.5 - at * visible);
+}
+
+void VLTrackline::FitInWindow() {
+  SetView(0, 0);
+}
+
+void VLTrackline::KeepInView(int32_t frame) {
+  if (pixelsPerFrame_ <= 0 || frame < 0) return;
+  const double visible = VisibleFrames();
+  if (frame < firstFrame_)
+    SetView(pixelsPerFrame_, frame);
+  else if (frame + 1 > firstFrame_ + visible)
+    SetView(pixelsPerFrame_, frame + 1 - visible);
+}
+
+int VLTrackline::XOfFrame(int32_t frame) const {
+  if (comp_.GetLength() <= 0) return kSide;
+  // Far off-screen frames stay far off-screen without leaving int.
+  const double x = kSide + (frame - firstFrame_) * Scale();
+  return int(std::lround(std::clamp(x, -1e7, 1e7)));
 }
 
 int32_t VLTrackline::BoundaryAt(int x) const {
-  const int32_t length = comp_.GetLength();
-  const double usable = std::max(width() - 2 * kSide, 1);
-  return std::clamp<int32_t>(int32_t(std::lround((x - kSide) * length / usable)), 0, length);
+  const double boundary = firstFrame_ + (x - kSide) / Scale();
+  return std::clamp<int32_t>(int32_t(std::lround(boundary)), 0, comp_.GetLength());
 }
 
 int32_t VLTrackline::FrameAt(int x) const {
   const int32_t length = comp_.GetLength();
   if (length <= 0) return 0;
-  const double usable = std::max(width() - 2 * kSide, 1);
-  const auto frame = int32_t(std::floor((x - kSide) * length / usable));
+  const auto frame = int32_t(std::floor(firstFrame_ + (x - kSide) / Scale()));
   return std::clamp<int32_t>(frame, 0, length - 1);
 }
 
@@ -345,11 +432,13 @@ void VLTrackline::PaintRuler(QPainter& painter) const {
   QFont font = painter.font();
   font.setPixelSize(std::clamp(ruler.height() - band - 4, 8, 12));
   painter.setFont(font);
-  const double perFrame = double(std::max(width() - 2 * kSide, 1)) / length;
+  const double perFrame = Scale();
   const int32_t label = TickStep(64.0 / perFrame);
   const int32_t minor = TickStep(std::max(6.0 / perFrame, 1.0));
   const int32_t start = comp_.GetStartFrame();
-  for (int32_t f = 0; f <= length; f += minor) {
+  const auto firstShown = int32_t(firstFrame_) / minor * minor;
+  const auto lastShown = std::min<int32_t>(length, int32_t(firstFrame_ + VisibleFrames()) + 1);
+  for (int32_t f = firstShown; f <= lastShown; f += minor) {
     const int x = XOfFrame(f);
     // Labels and long ticks sit on the numbers the user sees.
     const bool major = (int64_t(f) + start) % label == 0;

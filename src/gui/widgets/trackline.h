@@ -17,6 +17,8 @@
 // segment or the overlay reports a change: it is the listener they hold.
 //
 //   VLTrackline trackline(comp, parent);   // listens from here on
+//
+// The composition must outlive the widget.
 #pragma once
 
 #include <QWidget>
@@ -41,6 +43,16 @@ class VLTrackline : public QWidget, public VL::Listener {
   QRect RulerRect() const;
   QRect LaneRect(int32_t segment) const;
 
+  // The Trackline menu's zoom: each step doubles or halves the pixels a
+  // frame gets, keeping the current frame where it is on the screen; the
+  // whole axis is the widest view. Ctrl+wheel zooms, the wheel scrolls a
+  // zoomed axis, and a zoomed axis scrolls to keep the current frame shown.
+  void ZoomIn();
+  void ZoomOut();
+  void FitInWindow();
+  bool CanZoomIn() const;
+  bool CanZoomOut() const;
+
   QSize sizeHint() const override;
   QSize minimumSizeHint() const override;
 
@@ -49,8 +61,8 @@ class VLTrackline : public QWidget, public VL::Listener {
   void OnDataChanged() override { Changed(); }
   void OnStateChanged() override { Changed(); }
   void OnTrimChanged() override { Changed(); }
-  void OnCurrentTimeChanged() override { Changed(); }
-  void OnPreviewTimeChanged() override { Changed(); }
+  void OnCurrentTimeChanged() override;
+  void OnPreviewTimeChanged() override;
   void OnOverlayActiveChanged() override { Changed(); }
   void OnActiveSegmentChanged() override { Changed(); }
   void OnResultsAdded() override { Changed(); }
@@ -67,6 +79,8 @@ class VLTrackline : public QWidget, public VL::Listener {
   void mouseReleaseEvent(QMouseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void leaveEvent(QEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   // What a press grabbed.
@@ -76,8 +90,16 @@ class VLTrackline : public QWidget, public VL::Listener {
     int32_t segment = -1;
   };
 
+  static constexpr double kMaxPixelsPerFrame = 64;
+
   void Changed();
   void Listen();
+  // Pixels per frame now, and how many frames the axis shows.
+  double Scale() const;
+  double VisibleFrames() const;
+  // 0 pixels per frame: the whole axis.
+  void SetView(double pixelsPerFrame, double firstFrame);
+  void KeepInView(int32_t frame);
   Grip GripAt(QPoint point) const;
   int32_t BoundaryAt(int x) const;
   int32_t LaneAt(int y) const;
@@ -89,6 +111,8 @@ class VLTrackline : public QWidget, public VL::Listener {
   void PaintLane(class QPainter& painter, int32_t index) const;
 
   VLComp& comp_;
+  double pixelsPerFrame_ = 0;  // 0: the whole axis fits the width
+  double firstFrame_ = 0;      // the frame at the left margin, in fractions
   Drag drag_ = Drag::None;
   int32_t dragSegment_ = -1;
   My::Span dragOriginal_;
