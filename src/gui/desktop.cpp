@@ -149,6 +149,9 @@ Desktop::Desktop(DesktopOptions options) : queue_(std::make_unique<QtGuiQueue>()
                    [frame](const QString& title) { frame->set_grid_title(title); });
   trackline_ = new VLTrackline(comp);
   frame_->set_trackline(trackline_);
+  // The Trackline menu's zoom, known to the presenter only now.
+  presenter_->SetTracklineZoom([this] { trackline_->ZoomIn(); }, [this] { trackline_->ZoomOut(); },
+                               [this] { trackline_->FitInWindow(); });
   // The composition has one listener, the trackline: the window hears it there.
   QObject::connect(trackline_, &VLTrackline::changed, frame_.get(), [this] {
     grid_->Refresh();

@@ -164,6 +164,14 @@ std::string WindowPresenter::InfoText() const {
   return text;
 }
 
+void WindowPresenter::SetTracklineZoom(std::function<void()> in,
+                                       std::function<void()> out,
+                                       std::function<void()> fit) {
+  ports_.actions.tracklineZoomIn = std::move(in);
+  ports_.actions.tracklineZoomOut = std::move(out);
+  ports_.actions.tracklineFit = std::move(fit);
+}
+
 void WindowPresenter::RefreshLink() {
   if (ports_.link) link_ui_ = ports_.link->Refresh();
 }

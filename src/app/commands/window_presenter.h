@@ -154,6 +154,10 @@ class WindowPresenter {
   void SetEditMode(bool on);
   // File > Render; false when the render did not start.
   bool Render(bool overlay_only);
+  // The trackline's zoom, when the window has made it.
+  void SetTracklineZoom(std::function<void()> in,
+                        std::function<void()> out,
+                        std::function<void()> fit);
   // Publishes the project's state for the link's server (after changes).
   void Publish();
   // Asks the plug-in what it can do now; the After Effects entries read the

@@ -49,9 +49,7 @@ uint32_t MaskEditor::GetHeight() const {
 }
 
 bool MaskEditor::Begin(VLSegment& segment) {
-  // Not End(): its Sync() begins the composition's edited segment, which
-  // calls Begin again, without end.
-  if (segment_) EndLocally();
+  End();
   segment.GetInterface().BeginEdit();
   if (comp_.GetEditedSegment() != &segment) return false;
   segment_ = &segment;
