@@ -13,6 +13,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   binutils
   slurmctld slurmd slurm-client munge
+  xvfb xauth fonts-dejavu-core
 )
 
 missing=()

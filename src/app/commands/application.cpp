@@ -85,6 +85,12 @@ bool Velomar::NoJobRunning() const {
   return !ports_.jobs || !ports_.jobs->any_running();
 }
 
+void Velomar::SetRecentFiles(std::vector<std::string> files) {
+  std::erase(files, std::string());
+  if (files.size() > kRecentFiles) files.resize(kRecentFiles);
+  recentFiles_ = std::move(files);
+}
+
 void Velomar::AddRecentFile(const std::string& path) {
   std::erase(recentFiles_, path);
   recentFiles_.insert(recentFiles_.begin(), path);

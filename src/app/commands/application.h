@@ -68,6 +68,8 @@ class Velomar {
   const std::string& GetAviFilter() const { return aviFilter_; }
   // Most recent first, at most 4.
   const std::vector<std::string>& GetRecentFiles() const { return recentFiles_; }
+  // The list as the profile kept it from the last run (at most 4 are kept).
+  void SetRecentFiles(std::vector<std::string> files);
 
   bool IsProjectOpen() const;
   // False while a modal phase (loading, rendering) holds the window.
