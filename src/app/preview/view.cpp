@@ -107,8 +107,11 @@ img::MergeDetails VLView::BuildDetails(int32_t frame) const {
     const VLSegment* segment = nullptr;
     if (play_state_ == kFollowTracker && followed_ && comp_.IndexOf(followed_) >= 0)
       segment = followed_;
-    else if (comp_.GetActiveSegment() >= 0)
-      segment = &comp_.GetSegmentObject(comp_.GetActiveSegment());
+    // While a segment is being removed the active index may still name it:
+    // the composition settles the index only after the top path is rebuilt.
+    else if (const int32_t active = comp_.GetActiveSegment();
+             active >= 0 && active < comp_.GetSegmentCount())
+      segment = &comp_.GetSegmentObject(active);
     else if (frame >= 0 && frame < int32_t(comp_.GetTopSegment().size()) &&
              comp_.GetTopSegment()[size_t(frame)] >= 0)
       segment = &comp_.GetSegmentObject(comp_.GetTopSegment()[size_t(frame)]);
