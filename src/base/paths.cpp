@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 namespace {
 
@@ -184,4 +187,21 @@ std::string CombinePath(std::string_view relative_in, std::string_view base_in, 
 
 bool FileExists(const std::string& path) {
   return ::access(path.c_str(), F_OK) == 0;
+}
+
+std::string StateFolderPath(const std::string& name) {
+  namespace fs = std::filesystem;
+  fs::path base;
+  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
+    base = state;
+  } else if (const char* home = std::getenv("HOME"); home && *home) {
+    base = fs::path(home) / ".local" / "state";
+  } else {
+    base = fs::temp_directory_path();
+  }
+  const fs::path path = base / "velomar" / name;
+  std::error_code ec;
+  fs::create_directories(path.parent_path(), ec);
+  if (ec) return (fs::temp_directory_path() / ("velomar-" + name)).string();
+  return path.string();
 }

@@ -84,5 +84,12 @@ std::string CombinePath(std::string_view relative,
                         std::string_view base,
                         PathPolicy policy = kHostPathPolicy);
 
-// The file or folder exists. The only function here that asks the system.
+// The file or folder exists. This and StateFolder are the only functions
+// here that ask the system.
 bool FileExists(const std::string& path);
+
+// `name` in Velomar's folder of the user's state ($XDG_STATE_HOME, else
+// ~/.local/state, else the temporary folder), the folders made as needed.
+// When they cannot be made, "velomar-" + name in the temporary folder: a crash
+// report or rescued results must land somewhere.
+std::string StateFolderPath(const std::string& name);

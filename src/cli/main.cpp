@@ -11,6 +11,7 @@
 
 #include "base/crash_report.h"
 
+#include "base/paths.h"
 #include "cli/commands.h"
 #include "cli/options.h"
 #include "cli/report.h"
@@ -44,19 +45,7 @@ void PrintToolHelp(FILE* out) {
 // Where a crash report goes besides standard error: the user's state folder
 // ($XDG_STATE_HOME, else ~/.local/state), else the temporary folder.
 std::string CrashFilePath() {
-  namespace fs = std::filesystem;
-  fs::path base;
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
-    base = state;
-  } else if (const char* home = std::getenv("HOME"); home && *home) {
-    base = fs::path(home) / ".local" / "state";
-  } else {
-    base = fs::temp_directory_path();
-  }
-  std::error_code ec;
-  fs::create_directories(base / "velomar", ec);
-  if (ec) return (fs::temp_directory_path() / "velomar-cli-crash.txt").string();
-  return (base / "velomar" / "velomar-cli-crash.txt").string();
+  return StateFolderPath("velomar-cli-crash.txt");
 }
 
 // Where the standard logging stream goes: nowhere. Workers log their

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "base/errors.h"
+#include "base/paths.h"
 #include "base/staging_file.h"
 
 namespace cli {
@@ -49,21 +50,9 @@ std::string StagingName(const std::string& target) {
 
 std::string RecoveryPath(const std::string& target) {
   namespace fs = std::filesystem;
-  fs::path base;
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
-    base = state;
-  } else if (const char* home = std::getenv("HOME"); home && *home) {
-    base = fs::path(home) / ".local" / "state";
-  } else {
-    base = fs::temp_directory_path();
-  }
-  fs::path folder = base / "velomar" / "recovered";
+  const fs::path folder = StateFolderPath("recovered");
   std::error_code ec;
   fs::create_directories(folder, ec);
-  if (ec) {
-    folder = fs::temp_directory_path() / "velomar-recovered";
-    fs::create_directories(folder, ec);
-  }
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);

@@ -24,6 +24,7 @@
 #include "app/model/comp.h"
 #include "app/preview/view.h"
 #include "app/work/processor.h"
+#include "base/paths.h"
 #include "gui/main_frame.h"
 #include "gui/qt_ports.h"
 #include "gui/view_widget.h"
@@ -211,18 +212,7 @@ void Desktop::pump() {
 }
 
 std::string CrashFilePath() {
-  fs::path base;
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state) {
-    base = state;
-  } else if (const char* home = std::getenv("HOME"); home && *home) {
-    base = fs::path(home) / ".local" / "state";
-  } else {
-    base = fs::temp_directory_path();
-  }
-  std::error_code ec;
-  fs::create_directories(base / "velomar", ec);
-  if (ec) return (fs::temp_directory_path() / "velomar-crash.txt").string();
-  return (base / "velomar" / "velomar-crash.txt").string();
+  return StateFolderPath("velomar-crash.txt");
 }
 
 std::optional<std::string> UnseenCrashReport(app::ProfileStore& profile, const std::string& path) {
